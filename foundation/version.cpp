@@ -1,0 +1,7 @@
+#include <kvo/gridkit.hpp>
+
+namespace kvo::gridkit {
+
+const char* version() { return "4.4.1"; }
+
+}  // namespace kvo::gridkit

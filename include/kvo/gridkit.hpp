@@ -1,0 +1,457 @@
+// Gridkit: mesh utilities for finite-element and surface meshes.
+//
+// A mesh is a coordinates matrix dense2D<double> (one column per node, 2 or 3 rows) and one or
+// more connectivities dense2D<unsigned> (one column per element, one row per local node).
+// Operations return int status codes: 0 (or a count) on success, -k when the k-th argument is
+// at fault, ERR_ALLOCATION when memory could not be obtained. Nothing throws, prints or keeps
+// state between calls.
+#ifndef KVO_GRIDKIT_HPP
+#define KVO_GRIDKIT_HPP
+
+#include <cstdio>
+
+#include <kvo/containers.hpp>
+#include <kvo/histogram.hpp>
+
+#if defined(_WIN32)
+#define GRIDKIT_API __declspec(dllimport)
+#elif defined(__GNUC__)
+#define GRIDKIT_API __attribute__((visibility("default")))
+#else
+#define GRIDKIT_API
+#endif
+
+namespace kvo {
+namespace gridkit {
+
+using misc::histogram;
+
+// ============================================================================================
+// Foundation: element types, constants, version, index utilities
+// ============================================================================================
+
+enum element_type {
+  ET_NONE = 0,
+  ET_NODE1 = 1,
+  ET_EDGE_ANY = 2,
+  ET_EDGE2 = 3,
+  ET_EDGE3 = 4,
+  ET_FACE_MIXED = 5,  // triangles (4th node NULL_INDEX or 3 rows) and quadrangles
+  ET_TRIA3 = 6,
+  ET_QUAD4 = 7,
+  ET_TRIA6 = 8,
+  ET_QUAD8 = 9,
+  ET_QUAD9 = 10,
+  ET_SOLID_MIXED = 11,  // tetrahedra, pyramids, wedges, hexahedra; trailing NULL_INDEX entries
+  ET_TETRA4 = 12,
+  ET_TETRA10 = 13,
+  ET_PYRAMID5 = 14,
+  ET_PYRAMID14 = 15,
+  ET_WEDGE6 = 16,
+  ET_WEDGE18 = 17,
+  ET_HEXA8 = 18,
+  ET_HEXA20 = 19,
+  ET_HEXA27 = 20
+};
+
+// No node, no element, not assigned.
+constexpr unsigned NULL_INDEX = 0xFFFFFFFFu;
+// A container could not obtain memory.
+constexpr int ERR_ALLOCATION = -199;
+
+namespace detail {
+inline constexpr unsigned nodes_table[21] = {0, 1, 0, 2, 3, 0, 3, 4, 6, 8, 9, 0, 4, 10, 5, 14, 6, 18, 8, 20, 27};
+inline constexpr unsigned vertices_table[21] = {0, 1, 2, 2, 2, 0, 3, 4, 3, 4, 4, 0, 4, 4, 5, 5, 6, 6, 8, 8, 8};
+}  // namespace detail
+
+// Rows of a connectivity of this type (0 for the class values ET_NONE, ET_EDGE_ANY and the mixed
+// types). Not bounds-checked: validate the type first.
+constexpr unsigned nodes_per_element(element_type t) noexcept { return detail::nodes_table[t]; }
+// Corner nodes of this type; they come first in a column.
+constexpr unsigned vertices_per_element(element_type t) noexcept { return detail::vertices_table[t]; }
+
+// The library's version, "4.4.1".
+GRIDKIT_API const char* version();
+
+// Largest entry other than NULL_INDEX; NULL_INDEX for an empty input, 0 when all are null.
+GRIDKIT_API unsigned max_ID(const dense1D<unsigned, 16>& IDs);
+GRIDKIT_API unsigned max_ID(const dense2D<unsigned>& connectM);
+// Every entry is NULL_INDEX or below bound (true at once for bound NULL_INDEX or empty input).
+GRIDKIT_API bool check_IDs(const dense1D<unsigned, 16>& IDs, unsigned bound);
+GRIDKIT_API bool check_IDs(const dense2D<unsigned>& connectM, unsigned bound);
+// Row count fits the type, nulls only where the mixed types allow them, nodes below bound.
+GRIDKIT_API bool check_IDs(const dense2D<unsigned>& connectM, element_type FE_type, unsigned bound);
+// Adds shift to every non-null entry (wrapping).
+GRIDKIT_API int shift_indices(dense1D<unsigned, 16>& IDs, int shift);
+// Adds shift to every entry; nulls are kept only for the mixed types, otherwise they wrap too.
+GRIDKIT_API int shift_indices(dense2D<unsigned>& connectM, int shift, element_type FE_type);
+// Replaces each entry e by new_IDs[e] when e < new_IDs.size.
+GRIDKIT_API void change_indices(dense1D<unsigned, 16>& IDs, const dense1D<unsigned, 16>& new_IDs);
+GRIDKIT_API void change_indices(dense2D<unsigned>& connectM, const dense1D<unsigned, 16>& new_IDs);
+// Scatters V by perm: the old V[i] goes to position perm[i] (the later i wins); V is rebound to
+// new storage. 0 or ERR_ALLOCATION.
+GRIDKIT_API int permutation(dense1D<unsigned, 16>& V, const dense1D<unsigned, 16>& perm);
+GRIDKIT_API int permutation(dense1D<double, 16>& V, const dense1D<unsigned, 16>& perm);
+// Matches equal IDs: map2to1[j] = position in IDs1 (the last one), map1to2[i] = position in IDs2.
+GRIDKIT_API int get_IDs(const dense1D<unsigned, 16>& IDs1, const dense1D<unsigned, 16>& IDs2,
+                        dense1D<unsigned, 16>& map2to1, dense1D<unsigned, 16>& map1to2);
+// Matches columns with the same nodes (strict: same order; otherwise also rotated or reversed).
+// -2 when the row counts differ.
+GRIDKIT_API int get_IDs(const dense2D<unsigned>& connect1, const dense2D<unsigned>& connect2,
+                        dense1D<unsigned, 16>& map2to1, dense1D<unsigned, 16>& map1to2, bool strict);
+
+// ============================================================================================
+// Spatial search: node detector
+// ============================================================================================
+
+// A k-d tree over columns of a coordinate matrix, which it refers to and does not copy.
+class GRIDKIT_API node_detector {
+ public:
+  node_detector();
+  explicit node_detector(const dense2D<double>& pos);
+  node_detector(const dense2D<double>& pos, const dense1D<unsigned, 16>& indices);
+  node_detector(const dense2D<double>& pos, const dense2D<unsigned>& connectM);
+  node_detector(const dense2D<double>& pos, const dense2D<unsigned>* connectM1, const dense2D<unsigned>* connectM2);
+  node_detector(const node_detector& other);
+  node_detector& operator=(const node_detector& other);
+  ~node_detector();
+
+  void clear();
+  int reinit(const dense2D<double>& pos);
+  int reinit(const dense2D<double>& pos, const dense1D<unsigned, 16>& indices);
+  int reinit(const dense2D<double>& pos, const dense2D<unsigned>& connectM);
+  int reinit(const dense2D<double>& pos, const dense2D<unsigned>* connectM1, const dense2D<unsigned>* connectM2);
+  unsigned insert(const dense1D<unsigned, 16>& indices);
+  unsigned insert(const dense2D<unsigned>& connectM);
+  unsigned find_closest(const vector_fixed<double, 2>& P) const;
+  unsigned find_closest(const vector_fixed<double, 3>& P) const;
+  unsigned find_closest(unsigned node) const;
+  void find_in_box(const vector_fixed<double, 2>& box_min, const vector_fixed<double, 2>& box_max,
+                   dense1D<unsigned, 16>& found) const;
+  void find_in_box(const vector_fixed<double, 3>& box_min, const vector_fixed<double, 3>& box_max,
+                   dense1D<unsigned, 16>& found) const;
+  unsigned size() const;
+
+ private:
+  struct impl;
+  impl* impl_;
+};
+
+// ============================================================================================
+// Mesh editing: merging
+// ============================================================================================
+
+GRIDKIT_API int merge(const dense2D<double>& pos, const dense1D<unsigned, 16>& IDs1, const dense1D<unsigned, 16>& IDs2,
+                      dense1D<unsigned, 16>& new_IDs, double tolerance);
+GRIDKIT_API int merge(const dense2D<double>& pos, const dense1D<unsigned, 16>& IDs, dense1D<unsigned, 16>& new_IDs,
+                      double tolerance);
+GRIDKIT_API int merge(dense2D<double>& pos, dense1D<unsigned, 16>& new_IDs, double tolerance);
+GRIDKIT_API int merge(dense2D<double>& pos, double tolerance);
+
+GRIDKIT_API int merge(const dense2D<double>& pos, dense2D<unsigned>* first, dense2D<unsigned>* last,
+                      dense1D<unsigned, 16>& new_IDs, double tolerance, unsigned mode);
+GRIDKIT_API int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM, dense1D<unsigned, 16>& new_IDs,
+                      double tolerance, unsigned mode);
+GRIDKIT_API int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM1, dense2D<unsigned>& connectM2,
+                      dense1D<unsigned, 16>& new_IDs, double tolerance, unsigned mode);
+GRIDKIT_API int merge(const dense2D<double>& pos, dense2D<unsigned>* first, dense2D<unsigned>* last, double tolerance,
+                      unsigned mode);
+GRIDKIT_API int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM, double tolerance, unsigned mode);
+GRIDKIT_API int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM1, dense2D<unsigned>& connectM2,
+                      double tolerance, unsigned mode);
+GRIDKIT_API int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM);
+GRIDKIT_API int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM1, dense2D<unsigned>& connectM2);
+
+// ============================================================================================
+// Mesh editing: index compaction and degenerate elements
+// ============================================================================================
+
+GRIDKIT_API int unique_indices(dense1D<unsigned, 16>& out, const dense1D<unsigned, 16>& IDs,
+                               dense1D<unsigned, 16> excluded);
+GRIDKIT_API int unique_indices(dense1D<unsigned, 16>& out, const dense2D<unsigned>& connectM,
+                               dense1D<unsigned, 16> excluded);
+GRIDKIT_API int unique_indices(dense1D<unsigned, 16>& out, const dense2D<unsigned>* first,
+                               const dense2D<unsigned>* last, dense1D<unsigned, 16> excluded);
+GRIDKIT_API int count_unique_indices(const dense2D<unsigned>& connectM);
+GRIDKIT_API int count_unique_indices(const dense2D<unsigned>* first, const dense2D<unsigned>* last);
+GRIDKIT_API int remove_degenerated(dense2D<unsigned>& connectM, bool strict);
+GRIDKIT_API int remove_degenerated(dense2D<unsigned>& connectM, dense1D<unsigned, 16>& new_IDs, bool strict);
+GRIDKIT_API int simplify(dense2D<double>& pos, dense2D<unsigned>* first, dense2D<unsigned>* last,
+                         dense1D<unsigned, 16>& new_IDs, unsigned N0);
+GRIDKIT_API int simplify(dense2D<double>& pos, dense2D<unsigned>& connectM, dense1D<unsigned, 16>& new_IDs,
+                         unsigned N0);
+GRIDKIT_API int simplify(dense2D<double>& pos, dense2D<unsigned>& connectM, unsigned N0);
+GRIDKIT_API int simplify(dense2D<double>& pos, dense2D<unsigned>& connectM1, dense2D<unsigned>& connectM2, unsigned N0);
+
+// ============================================================================================
+// Mesh editing: geometric transforms
+// ============================================================================================
+
+GRIDKIT_API int translate(dense2D<double>& pos, const vector_fixed<double, 2>& displacement);
+GRIDKIT_API int translate(dense2D<double>& pos, const vector_fixed<double, 2>& displacement,
+                          const dense1D<unsigned, 16>& indices);
+GRIDKIT_API int translate(dense2D<double>& pos, const vector_fixed<double, 2>& displacement,
+                          const dense2D<unsigned>& connectM);
+GRIDKIT_API int translate(dense2D<double>& pos, const vector_fixed<double, 3>& displacement);
+GRIDKIT_API int translate(dense2D<double>& pos, const vector_fixed<double, 3>& displacement,
+                          const dense1D<unsigned, 16>& indices);
+GRIDKIT_API int translate(dense2D<double>& pos, const vector_fixed<double, 3>& displacement,
+                          const dense2D<unsigned>& connectM);
+
+GRIDKIT_API int rotate(dense2D<double>& pos, const vector_fixed<double, 2>& centre, double angle);
+GRIDKIT_API int rotate(dense2D<double>& pos, const vector_fixed<double, 2>& centre, double angle,
+                       const dense1D<unsigned, 16>& indices);
+GRIDKIT_API int rotate(dense2D<double>& pos, const vector_fixed<double, 2>& centre, double angle,
+                       const dense2D<unsigned>& connectM);
+GRIDKIT_API int rotate(dense2D<double>& pos, const vector_fixed<double, 3>& centre,
+                       const vector_fixed<double, 3>& rotation);
+GRIDKIT_API int rotate(dense2D<double>& pos, const vector_fixed<double, 3>& centre,
+                       const vector_fixed<double, 3>& rotation, const dense1D<unsigned, 16>& indices);
+GRIDKIT_API int rotate(dense2D<double>& pos, const vector_fixed<double, 3>& centre,
+                       const vector_fixed<double, 3>& rotation, const dense2D<unsigned>& connectM);
+
+GRIDKIT_API int zoom(dense2D<double>& pos, const vector_fixed<double, 2>& centre, double factor);
+GRIDKIT_API int zoom(dense2D<double>& pos, const vector_fixed<double, 2>& centre, double factor,
+                     const dense1D<unsigned, 16>& indices);
+GRIDKIT_API int zoom(dense2D<double>& pos, const vector_fixed<double, 2>& centre, double factor,
+                     const dense2D<unsigned>& connectM);
+GRIDKIT_API int zoom(dense2D<double>& pos, const vector_fixed<double, 3>& centre, double factor);
+GRIDKIT_API int zoom(dense2D<double>& pos, const vector_fixed<double, 3>& centre, double factor,
+                     const dense1D<unsigned, 16>& indices);
+GRIDKIT_API int zoom(dense2D<double>& pos, const vector_fixed<double, 3>& centre, double factor,
+                     const dense2D<unsigned>& connectM);
+
+GRIDKIT_API int inc_bounding_box(const dense2D<double>& pos, vector_fixed<double, 2>& box_min,
+                                 vector_fixed<double, 2>& box_max);
+GRIDKIT_API int inc_bounding_box(const dense2D<double>& pos, const dense1D<unsigned, 16>& indices,
+                                 vector_fixed<double, 2>& box_min, vector_fixed<double, 2>& box_max);
+GRIDKIT_API int inc_bounding_box(const dense2D<double>& pos, const dense2D<unsigned>& connectM,
+                                 vector_fixed<double, 2>& box_min, vector_fixed<double, 2>& box_max);
+GRIDKIT_API int inc_bounding_box(const dense2D<double>& pos, vector_fixed<double, 3>& box_min,
+                                 vector_fixed<double, 3>& box_max);
+GRIDKIT_API int inc_bounding_box(const dense2D<double>& pos, const dense1D<unsigned, 16>& indices,
+                                 vector_fixed<double, 3>& box_min, vector_fixed<double, 3>& box_max);
+GRIDKIT_API int inc_bounding_box(const dense2D<double>& pos, const dense2D<unsigned>& connectM,
+                                 vector_fixed<double, 3>& box_min, vector_fixed<double, 3>& box_max);
+
+// ============================================================================================
+// Mesh editing: copies, edges, clipping
+// ============================================================================================
+
+GRIDKIT_API int copy_mesh(dense2D<double>& pos, dense2D<unsigned>& out, const dense2D<unsigned>& source);
+GRIDKIT_API int copy_mesh(dense2D<double>& pos, dense2D<unsigned>& out, const vector_fixed<double, 2>& step,
+                          const vector_fixed<double, 2>& centre, double angle, unsigned count,
+                          const dense2D<unsigned>& source);
+GRIDKIT_API int copy_mesh(dense2D<double>& pos, dense2D<unsigned>& out, const vector_fixed<double, 3>& step,
+                          const vector_fixed<double, 3>& centre, const vector_fixed<double, 3>& rotation,
+                          unsigned count, const dense2D<unsigned>& source);
+GRIDKIT_API int copy_sym_mesh(dense2D<double>& pos, dense2D<unsigned>& out, const vector_fixed<double, 2>& point,
+                              const vector_fixed<double, 2>& normal, const dense2D<unsigned>& source);
+GRIDKIT_API int copy_sym_mesh(dense2D<double>& pos, dense2D<unsigned>& out, const vector_fixed<double, 3>& point,
+                              const vector_fixed<double, 3>& normal, const dense2D<unsigned>& source);
+GRIDKIT_API int copy_edges(const dense2D<unsigned>& connectM, element_type FE_type, dense2D<unsigned>& edges);
+GRIDKIT_API int copy_edges(const dense2D<unsigned>* first, const dense2D<unsigned>* last,
+                           const dense1D<int, 16>& FE_types, dense2D<unsigned>& edges);
+GRIDKIT_API int clip(const dense2D<double>& pos, const dense2D<unsigned>& connectM,
+                     const vector_fixed<double, 3>& origin, const vector_fixed<double, 3>& normal,
+                     dense2D<unsigned>& out);
+
+// ============================================================================================
+// Topology: neighbours and boundaries
+// ============================================================================================
+
+GRIDKIT_API int get_neighbors(const dense2D<unsigned>& connectM, element_type FE_type, bool keep_non_manifold,
+                              dense2D<unsigned>& neighbors);
+GRIDKIT_API int get_element_boundaries(const dense2D<unsigned>& connectM, element_type FE_type,
+                                       dense2D<unsigned>& boundaries);
+GRIDKIT_API int get_mesh_boundaries(const dense2D<unsigned>& connectM, const dense2D<unsigned>& neighbors,
+                                    element_type FE_type, dense2D<unsigned>& boundaries);
+GRIDKIT_API int get_mesh_bounding_elements(const dense2D<unsigned>& connectM, const dense2D<unsigned>& neighbors,
+                                           element_type FE_type, dense1D<unsigned, 16>& faces);
+
+// ============================================================================================
+// Topology: subdomains, graphs and face sorting
+// ============================================================================================
+
+GRIDKIT_API int get_ancestors(const dense2D<unsigned>& connectM, dense1D<unsigned, 16>& ancestors);
+GRIDKIT_API int get_connected_elements(const dense2D<unsigned>& connectM, dense1D<unsigned, 16>& offsets,
+                                       dense1D<unsigned, 16>& elements);
+GRIDKIT_API int get_node_graph(const dense2D<unsigned>& connectM, dense1D<unsigned, 16>& offsets,
+                               dense1D<unsigned, 16>& neighbours);
+GRIDKIT_API int get_subdomains(const dense2D<unsigned>& neighbors, dense1D<unsigned, 16>& elements,
+                               dense1D<unsigned, 16>& offsets);
+GRIDKIT_API int get_subdomains(dense2D<unsigned>& connectM, dense2D<unsigned>& neighbors,
+                               dense1D<unsigned, 16>& offsets);
+GRIDKIT_API int sort_elfes(dense2D<unsigned>& connectM, dense2D<unsigned>& neighbors, dense1D<unsigned, 16>& node_counts,
+                           dense1D<unsigned, 16>& group_ends, dense1D<unsigned, 16>& new_positions);
+GRIDKIT_API int sort_elfes(dense2D<unsigned>& connectM, dense1D<unsigned, 16>& node_counts,
+                           dense1D<unsigned, 16>& group_ends, dense1D<unsigned, 16>& new_positions);
+
+// ============================================================================================
+// Quality: shape qualities
+// ============================================================================================
+
+GRIDKIT_API int shape_qualities(const dense2D<double>& pos, const dense2D<unsigned>& connectM, element_type type,
+                                dense1D<double, 16>& qualities);
+GRIDKIT_API int shape_qualities(const dense2D<double>& pos, const dense2D<unsigned>* connect_begin,
+                                const dense2D<unsigned>* connect_end, const dense1D<int, 16>& types,
+                                dense1D<double, 16>& qualities);
+GRIDKIT_API int shape_qualities(const dense2D<double>& pos, const dense2D<unsigned>* connect_begin,
+                                const dense2D<unsigned>* connect_end, const dense1D<int, 16>& types, histogram& hist);
+GRIDKIT_API int shape_qualities(const dense2D<double>& pos, const dense2D<unsigned>& connectM, element_type type,
+                                histogram& hist);
+
+// ============================================================================================
+// Quality: edge qualities
+// ============================================================================================
+
+GRIDKIT_API int edge_quality(double L, double h1, double h2, double& q);
+GRIDKIT_API int edge_qualities(const dense2D<double>& pos, const dense2D<unsigned>* connect_begin,
+                               const dense2D<unsigned>* connect_end, const dense1D<int, 16>& types,
+                               const dense1D<double, 16>& sizes, histogram& hist, dense2D<unsigned>& edges);
+GRIDKIT_API int edge_qualities(const dense2D<double>& pos, const dense2D<unsigned>* connect_begin,
+                               const dense2D<unsigned>* connect_end, const dense1D<int, 16>& types,
+                               const dense2D<double>& metrics, histogram& hist, dense2D<unsigned>& edges);
+GRIDKIT_API int edge_qualities(const dense2D<double>& pos, const dense2D<unsigned>& connectM, element_type type,
+                               const dense1D<double, 16>& sizes, histogram& hist, dense2D<unsigned>& edges);
+GRIDKIT_API int edge_qualities(const dense2D<double>& pos, const dense2D<unsigned>& connectM, element_type type,
+                               const dense2D<double>& metrics, histogram& hist, dense2D<unsigned>& edges);
+
+// ============================================================================================
+// Metrics: single tensors
+// ============================================================================================
+
+GRIDKIT_API bool eigen_pairs(const symmetric_fixed<double, 2>& M, vector_fixed<double, 2>& eigen_values,
+                             matrix_fixed<double, 2, 2>& eigen_vectors);
+GRIDKIT_API bool eigen_pairs(const symmetric_fixed<double, 3>& M, vector_fixed<double, 3>& eigen_values,
+                             matrix_fixed<double, 3, 3>& eigen_vectors);
+GRIDKIT_API bool eigen_pairs(const symmetric_fixed<double, 2>& A, const symmetric_fixed<double, 2>& B,
+                             vector_fixed<double, 2>& eigen_values, matrix_fixed<double, 2, 2>& eigen_vectors);
+GRIDKIT_API bool eigen_pairs(const symmetric_fixed<double, 3>& A, const symmetric_fixed<double, 3>& B,
+                             vector_fixed<double, 3>& eigen_values, matrix_fixed<double, 3, 3>& eigen_vectors);
+GRIDKIT_API bool is_valid_metric(const symmetric_fixed<double, 2>& M);
+GRIDKIT_API bool is_valid_metric(const symmetric_fixed<double, 3>& M);
+GRIDKIT_API void metric_iso_to_aniso(double h, symmetric_fixed<double, 2>& M);
+GRIDKIT_API void metric_iso_to_aniso(double h, symmetric_fixed<double, 3>& M);
+GRIDKIT_API void metric_iso_to_aniso2d(double h, const matrix_fixed<double, 3, 2>& T, symmetric_fixed<double, 2>& M2);
+GRIDKIT_API void metric_aniso3d_to_aniso2d(const symmetric_fixed<double, 3>& M3, const matrix_fixed<double, 3, 2>& T,
+                                           symmetric_fixed<double, 2>& M2);
+GRIDKIT_API int bound_metric(symmetric_fixed<double, 2>& M, double hmin, double hmax);
+GRIDKIT_API int bound_metric(symmetric_fixed<double, 3>& M, double hmin, double hmax);
+GRIDKIT_API bool minimum_metric(const symmetric_fixed<double, 2>& M1, const symmetric_fixed<double, 2>& M2,
+                                symmetric_fixed<double, 2>& M);
+GRIDKIT_API bool minimum_metric(const symmetric_fixed<double, 3>& M1, const symmetric_fixed<double, 3>& M2,
+                                symmetric_fixed<double, 3>& M);
+GRIDKIT_API bool maximum_metric(const symmetric_fixed<double, 2>& M1, const symmetric_fixed<double, 2>& M2,
+                                symmetric_fixed<double, 2>& M);
+GRIDKIT_API bool maximum_metric(const symmetric_fixed<double, 3>& M1, const symmetric_fixed<double, 3>& M2,
+                                symmetric_fixed<double, 3>& M);
+
+// ============================================================================================
+// Metrics: fields
+// ============================================================================================
+
+GRIDKIT_API unsigned first_invalid_metric(const dense1D<double, 16>& sizes);
+GRIDKIT_API unsigned first_invalid_metric(const dense1D<unsigned, 16>& indices, const dense1D<double, 16>& sizes);
+GRIDKIT_API unsigned first_invalid_metric(const dense2D<double>& metrics);
+GRIDKIT_API unsigned first_invalid_metric(const dense1D<unsigned, 16>& indices, const dense2D<double>& metrics);
+GRIDKIT_API bool are_valid_metrics(const dense1D<double, 16>& sizes);
+GRIDKIT_API bool are_valid_metrics(const dense1D<unsigned, 16>& indices, const dense1D<double, 16>& sizes);
+GRIDKIT_API bool are_valid_metrics(const dense2D<double>& metrics);
+GRIDKIT_API bool are_valid_metrics(const dense1D<unsigned, 16>& indices, const dense2D<double>& metrics);
+GRIDKIT_API int valid_metrics(const dense2D<double>& metrics, dense1D<unsigned, 16>& indices);
+GRIDKIT_API int bound_metrics(dense1D<double, 16>& sizes, double hmin, double hmax);
+GRIDKIT_API int bound_metrics(dense1D<double, 16>& sizes, double hmin, double hmax, dense1D<unsigned, 16>& indices);
+GRIDKIT_API int bound_metrics(dense2D<double>& metrics, double hmin, double hmax);
+GRIDKIT_API int bound_metrics(dense2D<double>& metrics, double hmin, double hmax, dense1D<unsigned, 16>& indices);
+GRIDKIT_API int overwrite_invalid_metrics(dense1D<double, 16>& sizes, const dense1D<double, 16>& default_sizes);
+GRIDKIT_API int overwrite_invalid_metrics(dense2D<double>& metrics, const dense1D<double, 16>& default_sizes);
+GRIDKIT_API int overwrite_invalid_metrics(dense2D<double>& metrics, const dense2D<double>& default_metrics);
+GRIDKIT_API int metrics_iso_to_aniso2d(const dense1D<double, 16>& sizes, dense2D<double>& metrics);
+GRIDKIT_API int metrics_iso_to_aniso3d(const dense1D<double, 16>& sizes, dense2D<double>& metrics);
+GRIDKIT_API int metrics_iso_to_aniso2d(const dense1D<double, 16>& sizes, const dense2D<double>& bases,
+                                       dense2D<double>& metrics2d);
+GRIDKIT_API int metrics_aniso3d_to_aniso2d(const dense2D<double>& metrics3d, const dense2D<double>& bases,
+                                           dense2D<double>& metrics2d);
+
+// ============================================================================================
+// Metrics: size shock
+// ============================================================================================
+
+GRIDKIT_API int H_shock(const dense2D<double>& pos, const dense2D<unsigned>& edges, const dense1D<double, 16>& sizes,
+                        dense1D<double, 16>& shock);
+GRIDKIT_API int H_shock(const dense2D<double>& pos, const dense2D<unsigned>& edges, const dense2D<double>& metrics,
+                        dense1D<double, 16>& shock);
+
+// ============================================================================================
+// Formats: MEDIT
+// ============================================================================================
+
+GRIDKIT_API int medit_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>* first,
+                             const dense2D<unsigned>* last, const dense1D<int, 16>& FEtypes);
+GRIDKIT_API int medit_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM,
+                             element_type FE_type);
+GRIDKIT_API int medit_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM1,
+                             const dense2D<unsigned>& connectM2, element_type FE_type1, element_type FE_type2);
+GRIDKIT_API int medit_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM,
+                             element_type FE_type, const dense1D<unsigned, 16>& flags);
+GRIDKIT_API int medit_scalar(const char* filename, unsigned dim, const dense1D<double, 16>& sol);
+GRIDKIT_API int medit_vector(const char* filename, unsigned dim, const dense2D<double>& sol);
+GRIDKIT_API int medit_tensor(const char* filename, const dense2D<double>& sol);
+
+// ============================================================================================
+// Formats: VTK
+// ============================================================================================
+
+GRIDKIT_API int vtk_convert(const dense2D<unsigned>& connectM, element_type FE_type, unsigned& nbr_cells,
+                            dense1D<unsigned, 16>& cells, dense1D<unsigned, 16>& cell_types);
+GRIDKIT_API int vtk_output(std::FILE* stream, const dense2D<double>& pos, unsigned nbr_cells,
+                           const dense1D<unsigned, 16>& cells, const dense1D<unsigned, 16>& cell_types);
+GRIDKIT_API int vtk_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>* first,
+                           const dense2D<unsigned>* last, const dense1D<int, 16>& FEtypes);
+GRIDKIT_API int vtk_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM,
+                           element_type FE_type);
+GRIDKIT_API int vtk_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM1,
+                           const dense2D<unsigned>& connectM2, element_type FE_type1, element_type FE_type2);
+
+// ============================================================================================
+// Formats: EnSight
+// ============================================================================================
+
+GRIDKIT_API int ensight_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>* first,
+                               const dense2D<unsigned>* last, const dense1D<int, 16>& FEtypes);
+GRIDKIT_API int ensight_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM,
+                               element_type FE_type);
+GRIDKIT_API int ensight_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM1,
+                               const dense2D<unsigned>& connectM2, element_type FE_type1, element_type FE_type2);
+
+// ============================================================================================
+// Formats: STL
+// ============================================================================================
+
+GRIDKIT_API int STL_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM,
+                           bool ascii);
+GRIDKIT_API int STL_input(const char* filename, dense2D<double>& pos, dense2D<unsigned>& connectM);
+
+// ============================================================================================
+// Formats: Wavefront OBJ
+// ============================================================================================
+
+GRIDKIT_API int WavefrontOBJ_output(const char* filename, const dense2D<double>& pos, const dense2D<double>& normals,
+                                    const dense2D<double>& texcoords, const dense2D<unsigned>& trias,
+                                    const dense2D<unsigned>& quads);
+GRIDKIT_API int WavefrontOBJ_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM,
+                                    element_type FE_type);
+GRIDKIT_API int WavefrontOBJ_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM1,
+                                    const dense2D<unsigned>& connectM2, element_type FE_type1, element_type FE_type2);
+GRIDKIT_API int WavefrontOBJ_input(const char* filename, dense2D<double>& pos, dense2D<double>& normals,
+                                   dense2D<double>& texcoords, dense2D<unsigned>& trias, dense2D<unsigned>& quads);
+
+// ============================================================================================
+// Formats: readers for the MEDIT and VTK files this library writes
+// ============================================================================================
+
+}  // namespace gridkit
+}  // namespace kvo
+
+#endif  // KVO_GRIDKIT_HPP
