@@ -43,29 +43,38 @@ int get_IDs(const dense1D<unsigned, 16>& IDs1, const dense1D<unsigned, 16>& IDs2
   if (map2to1.size != IDs2.size || map1to2.size != IDs1.size) return 0;
 
   // Open addressing, ID -> last position; NULL_INDEX marks a free slot and is never stored.
+  // Key and position share a slot (one cache line per probe), and slots are prefetched a few
+  // IDs ahead so that large tables are not bound by memory latency.
+  struct slot {
+    unsigned key, pos;
+  };
   const unsigned bits = table_bits(IDs1.size);
   const std::size_t mask = (std::size_t(1) << bits) - 1;
-  std::vector<unsigned> keys(mask + 1, NULL_INDEX), where(mask + 1);
+  std::vector<slot> table(mask + 1, slot{NULL_INDEX, 0});
+  slot* t = table.data();
+  constexpr unsigned ahead = 16;
   const unsigned* a = IDs1.storage->data + IDs1.offset;
   for (unsigned i = 0; i < IDs1.size; ++i) {
+    if (i + ahead < IDs1.size) __builtin_prefetch(t + hash_slot(a[i + ahead], bits), 1);
     const unsigned id = a[i];
     if (id == NULL_INDEX) continue;
     std::size_t s = hash_slot(id, bits);
-    while (keys[s] != NULL_INDEX && keys[s] != id) s = (s + 1) & mask;
-    keys[s] = id;
-    where[s] = i;
+    while (t[s].key != NULL_INDEX && t[s].key != id) s = (s + 1) & mask;
+    t[s].key = id;
+    t[s].pos = i;
   }
   const unsigned* b = IDs2.storage->data + IDs2.offset;
   unsigned* m21 = map2to1.storage->data + map2to1.offset;
   unsigned* m12 = map1to2.storage->data + map1to2.offset;
   for (unsigned j = 0; j < IDs2.size; ++j) {
+    if (j + ahead < IDs2.size) __builtin_prefetch(t + hash_slot(b[j + ahead], bits), 0);
     const unsigned id = b[j];
     if (id == NULL_INDEX) continue;
     std::size_t s = hash_slot(id, bits);
-    while (keys[s] != NULL_INDEX) {
-      if (keys[s] == id) {
-        m21[j] = where[s];
-        m12[where[s]] = j;
+    while (t[s].key != NULL_INDEX) {
+      if (t[s].key == id) {
+        m21[j] = t[s].pos;
+        m12[t[s].pos] = j;
         break;
       }
       s = (s + 1) & mask;
