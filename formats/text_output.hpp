@@ -50,6 +50,9 @@ namespace kvo::gridkit::textio {
 // Largest text a single number formatter may produce, for any precision up to max_precision.
 inline constexpr std::size_t number_room = 400;
 inline constexpr int max_precision = 40;
+// Tighter bounds: put_e writes at most e_room(precision) bytes ("-d.ddddddE-ddd"), put_int and
+// put_uint at most 11, put_u64 at most 20.
+constexpr std::size_t e_room(int precision) noexcept { return static_cast<std::size_t>(precision) + 8; }
 
 inline char* put_e(char* dst, double v, int precision, bool upper) noexcept;
 inline char* put_f(char* dst, double v, int precision) noexcept;
@@ -85,7 +88,7 @@ inline char* put_lit(char* dst, const char (&s)[N]) noexcept {
 class text_writer {
  public:
   // Bytes that room() can always offer in one piece.
-  static constexpr std::size_t max_room = 1024;
+  static constexpr std::size_t max_room = 4096;
 
   explicit text_writer(std::FILE* stream) noexcept;
   ~text_writer();
@@ -115,7 +118,7 @@ class text_writer {
   char* end_;
   bool owned_;
   bool ok_ = true;
-  char inline_buf_[2 * max_room];
+  char inline_buf_[max_room];
 };
 
 // ---- implementation
