@@ -320,24 +320,41 @@ GRIDKIT_API int edge_qualities(const dense2D<double>& pos, const dense2D<unsigne
 // ============================================================================================
 // Metrics: single tensors
 // ============================================================================================
+// Tensors are packed upper triangles: (m11, m12, m22) and (m11, m12, m22, m13, m23, m33). A size h
+// stands for (1/h^2) I. Eigenvalues come back ascending, unit eigenvectors as matrix columns.
 
+// 2-D: closed form (false when a value is not finite; both outputs are written anyway).
+// 3-D: LAPACK dspev; false when an entry is not finite (outputs NaN) or the solver fails.
 GRIDKIT_API bool eigen_pairs(const symmetric_fixed<double, 2>& M, vector_fixed<double, 2>& eigen_values,
                              matrix_fixed<double, 2, 2>& eigen_vectors);
 GRIDKIT_API bool eigen_pairs(const symmetric_fixed<double, 3>& M, vector_fixed<double, 3>& eigen_values,
                              matrix_fixed<double, 3, 3>& eigen_vectors);
+// Generalized problem B v = lambda A v; false (outputs untouched) unless A is positive definite
+// and the reduced standard problem is solved.
 GRIDKIT_API bool eigen_pairs(const symmetric_fixed<double, 2>& A, const symmetric_fixed<double, 2>& B,
                              vector_fixed<double, 2>& eigen_values, matrix_fixed<double, 2, 2>& eigen_vectors);
 GRIDKIT_API bool eigen_pairs(const symmetric_fixed<double, 3>& A, const symmetric_fixed<double, 3>& B,
                              vector_fixed<double, 3>& eigen_values, matrix_fixed<double, 3, 3>& eigen_vectors);
+// True iff the eigenvalues can be computed and the smallest is > 0 (NaN/inf entries: false).
 GRIDKIT_API bool is_valid_metric(const symmetric_fixed<double, 2>& M);
 GRIDKIT_API bool is_valid_metric(const symmetric_fixed<double, 3>& M);
+// (1/h^2) I; the zero tensor for h <= 0. The plane forms give T^T (1/h^2) T (zero for h <= 0 or
+// NaN) and T^T M3 T, T holding the plane's two spanning vectors as columns.
 GRIDKIT_API void metric_iso_to_aniso(double h, symmetric_fixed<double, 2>& M);
 GRIDKIT_API void metric_iso_to_aniso(double h, symmetric_fixed<double, 3>& M);
 GRIDKIT_API void metric_iso_to_aniso2d(double h, const matrix_fixed<double, 3, 2>& T, symmetric_fixed<double, 2>& M2);
 GRIDKIT_API void metric_aniso3d_to_aniso2d(const symmetric_fixed<double, 3>& M3, const matrix_fixed<double, 3, 2>& T,
                                            symmetric_fixed<double, 2>& M2);
+// Clamps the eigenvalues to [1/hmax^2, 1/hmin^2] (the lower limit wins when they cross). Checks in
+// order: hmin <= 0 with hmax == DBL_MAX -> 0 (no bound); hmin not finite -> -2; hmax not finite
+// -> -3. Returns 1 when M was rewritten, 0 when left bit-for-bit untouched; a tensor that cannot be
+// decomposed becomes (1/hmin^2) I. Limits beyond the largest double are taken as that double.
 GRIDKIT_API int bound_metric(symmetric_fixed<double, 2>& M, double hmin, double hmax);
 GRIDKIT_API int bound_metric(symmetric_fixed<double, 3>& M, double hmin, double hmax);
+// Intersection (smaller size in every direction) and union (larger size) of two metrics, built on
+// their common eigenvectors. False when M1 is not positive definite or the result would be
+// degenerate (eigenvalue ratio beyond 1e24, zero or overflowing); M then receives a copy of M1.
+// M may be one of the inputs.
 GRIDKIT_API bool minimum_metric(const symmetric_fixed<double, 2>& M1, const symmetric_fixed<double, 2>& M2,
                                 symmetric_fixed<double, 2>& M);
 GRIDKIT_API bool minimum_metric(const symmetric_fixed<double, 3>& M1, const symmetric_fixed<double, 3>& M2,
@@ -350,23 +367,47 @@ GRIDKIT_API bool maximum_metric(const symmetric_fixed<double, 3>& M1, const symm
 // ============================================================================================
 // Metrics: fields
 // ============================================================================================
+// A size field is one h per node (valid: finite and > 0); a metric field has one packed tensor per
+// column, 3 rows in 2-D and 6 in 3-D (valid: is_valid_metric).
 
+// Index of the first invalid entry, or the field's size (vector size, column count) when all are
+// valid; list forms give the position in `indices` of the first entry that is out of range or
+// invalid. A matrix whose row count is neither 3 nor 6 gives 0.
 GRIDKIT_API unsigned first_invalid_metric(const dense1D<double, 16>& sizes);
 GRIDKIT_API unsigned first_invalid_metric(const dense1D<unsigned, 16>& indices, const dense1D<double, 16>& sizes);
 GRIDKIT_API unsigned first_invalid_metric(const dense2D<double>& metrics);
 GRIDKIT_API unsigned first_invalid_metric(const dense1D<unsigned, 16>& indices, const dense2D<double>& metrics);
+// first_invalid_metric(...) equals the size of the first argument (`cols` for a matrix).
 GRIDKIT_API bool are_valid_metrics(const dense1D<double, 16>& sizes);
 GRIDKIT_API bool are_valid_metrics(const dense1D<unsigned, 16>& indices, const dense1D<double, 16>& sizes);
 GRIDKIT_API bool are_valid_metrics(const dense2D<double>& metrics);
 GRIDKIT_API bool are_valid_metrics(const dense1D<unsigned, 16>& indices, const dense2D<double>& metrics);
+// Appends the indices of the valid columns (ascending) to `indices` without clearing it. Returns
+// how many were appended; -1 (nothing appended) when a non-empty matrix has neither 3 nor 6 rows;
+// ERR_ALLOCATION when the list cannot grow (the entries appended so far stay).
 GRIDKIT_API int valid_metrics(const dense2D<double>& metrics, dense1D<unsigned, 16>& indices);
+// Bounds every size to [hmin, hmax] (NaN and sizes below hmin become hmin) or every tensor with
+// bound_metric, in place. Checks in order: empty field -> 0; hmin <= 0 with hmax == DBL_MAX -> 0;
+// (matrices) row count not 3 or 6 -> -1; hmin not finite -> -2; hmax not finite -> -3. Returns the
+// number of entries changed; list forms first empty `indices`, then list the changed entries
+// ascending and return how many could be recorded (an entry whose index could not be stored is
+// still bounded).
 GRIDKIT_API int bound_metrics(dense1D<double, 16>& sizes, double hmin, double hmax);
 GRIDKIT_API int bound_metrics(dense1D<double, 16>& sizes, double hmin, double hmax, dense1D<unsigned, 16>& indices);
 GRIDKIT_API int bound_metrics(dense2D<double>& metrics, double hmin, double hmax);
 GRIDKIT_API int bound_metrics(dense2D<double>& metrics, double hmin, double hmax, dense1D<unsigned, 16>& indices);
+// Repairs the first min(field, defaults) entries and returns how many were replaced: sizes <= 0
+// take a positive default (NaN sizes are kept); invalid tensors take (1/h^2) I for a positive
+// default h, or a valid default tensor. -1 for a non-empty matrix with neither 3 nor 6 rows; -2 for
+// a non-empty default matrix whose row count differs from the repaired one.
 GRIDKIT_API int overwrite_invalid_metrics(dense1D<double, 16>& sizes, const dense1D<double, 16>& default_sizes);
 GRIDKIT_API int overwrite_invalid_metrics(dense2D<double>& metrics, const dense1D<double, 16>& default_sizes);
 GRIDKIT_API int overwrite_invalid_metrics(dense2D<double>& metrics, const dense2D<double>& default_metrics);
+// Column i of the (not resized) output becomes the tensor of sizes[i]; later columns are kept.
+// All empty -> 0. Plain forms: output with 3 (6) rows and enough columns, else -2. Projecting forms:
+// -1 for metrics3d without 6 rows; -2 for bases without 6 rows and exactly one column per entry; -3
+// for an output without 3 rows and enough columns. Bases hold the two tangents of each node in rows
+// 0-2 and 3-5.
 GRIDKIT_API int metrics_iso_to_aniso2d(const dense1D<double, 16>& sizes, dense2D<double>& metrics);
 GRIDKIT_API int metrics_iso_to_aniso3d(const dense1D<double, 16>& sizes, dense2D<double>& metrics);
 GRIDKIT_API int metrics_iso_to_aniso2d(const dense1D<double, 16>& sizes, const dense2D<double>& bases,

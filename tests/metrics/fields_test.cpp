@@ -1,0 +1,171 @@
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <vector>
+
+#include <kvo/gridkit.hpp>
+
+using namespace kvo;
+using namespace kvo::gridkit;
+using D1 = dense1D<double, 16>;
+using U1 = dense1D<unsigned, 16>;
+static const double NaN = std::numeric_limits<double>::quiet_NaN();
+static const double inf = std::numeric_limits<double>::infinity();
+
+static D1 vec(std::initializer_list<double> v) {
+  D1 r(unsigned(v.size()));
+  unsigned i = 0;
+  for (double x : v) r[i++] = x;
+  return r;
+}
+static U1 ids(std::initializer_list<unsigned> v) {
+  U1 r(unsigned(v.size()));
+  unsigned i = 0;
+  for (unsigned x : v) r[i++] = x;
+  return r;
+}
+static std::vector<double> all(const D1& v) { return std::vector<double>(v.begin(), v.end()); }
+static std::vector<unsigned> all(const U1& v) { return std::vector<unsigned>(v.begin(), v.end()); }
+static dense2D<double> field(unsigned rows, std::initializer_list<std::initializer_list<double>> cols) {
+  dense2D<double> m(rows, unsigned(cols.size()));
+  unsigned j = 0;
+  for (auto& c : cols) {
+    unsigned i = 0;
+    for (double x : c) m(i++, j) = x;
+    ++j;
+  }
+  return m;
+}
+
+TEST(MetricFields, FirstInvalid) {
+  EXPECT_EQ(first_invalid_metric(vec({1, 2, 0, 3})), 2u);
+  EXPECT_EQ(first_invalid_metric(vec({1, NaN})), 1u);
+  EXPECT_EQ(first_invalid_metric(vec({1, inf})), 1u);
+  EXPECT_EQ(first_invalid_metric(D1()), 0u);
+  EXPECT_TRUE(are_valid_metrics(vec({1, 2})));
+  EXPECT_EQ(first_invalid_metric(ids({1, 0, 4, 2}), vec({1, 2, -1})), 2u);  // 4 is beyond the sizes
+  EXPECT_EQ(first_invalid_metric(ids({1, 0, 2}), vec({1, 2, -1})), 2u);
+  EXPECT_TRUE(are_valid_metrics(ids({1, 0, 1}), vec({1, 2, -1})));
+
+  const auto m2 = field(3, {{1, 0, 1}, {2, 0, 3}, {1, 2, 1}, {NaN, 0, 1}});
+  EXPECT_EQ(first_invalid_metric(m2), 2u);
+  EXPECT_EQ(first_invalid_metric(ids({0, 1, 3}), m2), 2u);
+  EXPECT_EQ(first_invalid_metric(ids({0, 4}), m2), 1u);
+  EXPECT_TRUE(are_valid_metrics(ids({1, 0}), m2));
+  EXPECT_FALSE(are_valid_metrics(m2));
+  const auto m3 = field(6, {{1, 0, 1, 0, 0, 1}, {1, 0, 1, 0, 0, 0}});
+  EXPECT_EQ(first_invalid_metric(m3), 1u);
+  EXPECT_TRUE(are_valid_metrics(m3.sub_matrix(0, 0, 6, 1)));
+  // a view of rows 1..3 of a 4-row block: only the view's rows are read
+  const auto wide = field(4, {{-5, 1, 0, 1}, {-5, 1, 0, -1}});
+  EXPECT_EQ(first_invalid_metric(wide.sub_matrix(1, 0, 3, 2)), 1u);
+  // not a metric field: 0, valid only when there is nothing to test
+  EXPECT_EQ(first_invalid_metric(wide), 0u);
+  EXPECT_EQ(first_invalid_metric(ids({0}), wide), 0u);
+  EXPECT_FALSE(are_valid_metrics(wide));
+  EXPECT_TRUE(are_valid_metrics(dense2D<double>(4, 0)));
+  EXPECT_TRUE(are_valid_metrics(U1(), wide));
+}
+
+TEST(MetricFields, ValidListAppends) {
+  U1 list = ids({7});
+  EXPECT_EQ(valid_metrics(field(3, {{1, 0, 1}, {0, 0, 0}, {2, 1, 2}}), list), 2);
+  EXPECT_EQ(all(list), (std::vector<unsigned>{7, 0, 2}));
+  EXPECT_EQ(valid_metrics(field(4, {{1, 0, 1, 1}}), list), -1);
+  EXPECT_EQ(valid_metrics(dense2D<double>(4, 0), list), 0);
+  EXPECT_EQ(list.size, 3u);
+}
+
+TEST(MetricFields, BoundSizes) {
+  D1 h = vec({0.5, 5, NaN, 1, 4});
+  U1 list = ids({9, 9});
+  EXPECT_EQ(bound_metrics(h, 1, 4, list), 3);
+  EXPECT_EQ(all(h), (std::vector<double>{1, 4, 1, 1, 4}));
+  EXPECT_EQ(all(list), (std::vector<unsigned>{0, 1, 2}));
+  h = vec({-3, 2});
+  EXPECT_EQ(bound_metrics(h, 0, 1), 2);  // raised to hmin even when it is 0
+  EXPECT_EQ(all(h), (std::vector<double>{0, 1}));
+  h = vec({-3, NaN});
+  EXPECT_EQ(bound_metrics(h, -1, DBL_MAX, list), 0);
+  EXPECT_EQ(list.size, 0u);
+  EXPECT_EQ(h[0], -3);
+  EXPECT_EQ(bound_metrics(h, NaN, inf), -2);
+  EXPECT_EQ(bound_metrics(h, 1, inf), -3);
+  EXPECT_EQ(h[0], -3);
+  D1 none;
+  EXPECT_EQ(bound_metrics(none, NaN, NaN), 0);
+}
+
+TEST(MetricFields, BoundTensors) {
+  auto m = field(3, {{1, 0, 1}, {100, 0, 1}, {0.5, 0, 1}});
+  auto cols = m.sub_matrix(0, 1, 3, 2);  // only the last two columns
+  U1 list;
+  EXPECT_EQ(bound_metrics(cols, 0.5, 1.5, list), 1);
+  EXPECT_EQ(all(list), (std::vector<unsigned>{0}));
+  EXPECT_DOUBLE_EQ(m(0, 1), 4.0);
+  EXPECT_EQ(m(0, 0), 1.0);
+  EXPECT_EQ(m(0, 2), 0.5);
+  auto m3 = field(6, {{1, 0, 1, 0, 0, 1}, {1, 0, 1, 0, 0, NaN}, {9, 0, 1, 0, 0, 1e-6}});
+  EXPECT_EQ(bound_metrics(m3, 0.5, 2.0), 2);
+  for (unsigned i = 0; i < 6; ++i) EXPECT_EQ(m3(i, 1), (i == 0 || i == 2 || i == 5) ? 4.0 : 0.0);
+  EXPECT_DOUBLE_EQ(m3(0, 2), 4.0); EXPECT_DOUBLE_EQ(m3(5, 2), 0.25); EXPECT_DOUBLE_EQ(m3(2, 2), 1.0);
+  // checks in order: empty, no bound, row count, bounds
+  auto bad = field(4, {{1, 0, 1, 0}});
+  EXPECT_EQ(bound_metrics(bad, 0, DBL_MAX), 0);
+  EXPECT_EQ(bound_metrics(bad, NaN, 1), -1);
+  EXPECT_EQ(bound_metrics(m3, NaN, 1), -2);
+  EXPECT_EQ(bound_metrics(m3, 1, NaN), -3);
+  dense2D<double> empty(4, 0);
+  EXPECT_EQ(bound_metrics(empty, NaN, 1), 0);
+}
+
+TEST(MetricFields, Overwrite) {
+  D1 h = vec({-1, 2, NaN, 0, 0});
+  EXPECT_EQ(overwrite_invalid_metrics(h, vec({3, 3, 3, -1})), 1);
+  EXPECT_EQ(h[0], 3); EXPECT_EQ(h[1], 2); EXPECT_TRUE(std::isnan(h[2])); EXPECT_EQ(h[3], 0); EXPECT_EQ(h[4], 0);
+
+  auto m = field(3, {{1, 0, 1}, {0, 0, 0}, {-1, 0, 1}, {0, 0, 0}});
+  EXPECT_EQ(overwrite_invalid_metrics(m, vec({5, 2, 0})), 1);  // column 3 has no default
+  EXPECT_EQ(m(0, 0), 1); EXPECT_EQ(m(0, 1), 0.25); EXPECT_EQ(m(2, 1), 0.25); EXPECT_EQ(m(0, 2), -1);
+  auto defaults = field(3, {{9, 0, 9}, {9, 0, 9}, {-9, 0, 9}, {4, 0, 4}});
+  EXPECT_EQ(overwrite_invalid_metrics(m, defaults), 1);  // the default of column 2 is invalid too
+  EXPECT_EQ(m(0, 0), 1); EXPECT_EQ(m(0, 2), -1); EXPECT_EQ(m(0, 3), 4);
+  auto bad = field(4, {{1, 0, 1, 0}});
+  EXPECT_EQ(overwrite_invalid_metrics(bad, vec({1})), -1);
+  EXPECT_EQ(overwrite_invalid_metrics(bad, defaults), -1);
+  EXPECT_EQ(overwrite_invalid_metrics(m, field(6, {{1, 0, 1, 0, 0, 1}})), -2);
+}
+
+TEST(MetricFields, Conversions) {
+  const D1 h = vec({2, -1});
+  dense2D<double> m(3, 3, 7.0);
+  EXPECT_EQ(metrics_iso_to_aniso2d(h, m), 0);
+  EXPECT_EQ(m(0, 0), 0.25); EXPECT_EQ(m(1, 0), 0); EXPECT_EQ(m(2, 0), 0.25); EXPECT_EQ(m(0, 1), 0);
+  EXPECT_EQ(m(0, 2), 7.0);  // beyond the sizes: untouched
+  dense2D<double> few(3, 1), m3(6, 2, 7.0);
+  EXPECT_EQ(metrics_iso_to_aniso2d(h, few), -2);
+  EXPECT_EQ(metrics_iso_to_aniso3d(h, m), -2);
+  EXPECT_EQ(metrics_iso_to_aniso3d(h, m3), 0);
+  EXPECT_EQ(m3(5, 0), 0.25); EXPECT_EQ(m3(4, 0), 0);
+  dense2D<double> none;
+  EXPECT_EQ(metrics_iso_to_aniso2d(D1(), none), 0);
+
+  const auto bases = field(6, {{1, 0, 0, 0, 1, 0}, {0, 0, 2, 1, 0, 0}});
+  EXPECT_EQ(metrics_iso_to_aniso2d(h, bases, few), -3);
+  EXPECT_EQ(metrics_iso_to_aniso2d(vec({1}), bases, m), -2);
+  EXPECT_EQ(metrics_iso_to_aniso2d(h, bases, m), 0);
+  EXPECT_EQ(m(0, 0), 0.25); EXPECT_EQ(m(2, 0), 0.25); EXPECT_EQ(m(0, 1), 0);
+
+  const auto a = field(6, {{1, 2, 3, 4, 5, 6}, {2, 0, 3, 0, 0, 4}});
+  EXPECT_EQ(metrics_aniso3d_to_aniso2d(few, bases, m), -1);
+  EXPECT_EQ(metrics_aniso3d_to_aniso2d(a, a.sub_matrix(0, 0, 6, 1), m), -2);
+  EXPECT_EQ(metrics_aniso3d_to_aniso2d(a, bases, few), -3);
+  EXPECT_EQ(metrics_aniso3d_to_aniso2d(a, bases, m), 0);
+  // column 0: tangents x and y give the upper-left block (m11, m12, m22) = (1, 2, 3)
+  EXPECT_EQ(m(0, 0), 1); EXPECT_EQ(m(1, 0), 2); EXPECT_EQ(m(2, 0), 3);
+  // column 1: tangents 2z and x: (4 * 4, 2 * m13, m11) = (16, 0, 2)
+  EXPECT_EQ(m(0, 1), 16); EXPECT_EQ(m(1, 1), 0); EXPECT_EQ(m(2, 1), 2);
+}
