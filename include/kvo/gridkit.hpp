@@ -491,6 +491,34 @@ GRIDKIT_API int WavefrontOBJ_input(const char* filename, dense2D<double>& pos, d
 // ============================================================================================
 // Formats: readers for the MEDIT and VTK files this library writes
 // ============================================================================================
+//
+// Both readers fill the coordinates and one connectivity per element type found, in ascending
+// element_type order, into the caller's range [first, last) of connectivities; FEtypes receives
+// one element_type per filled connectivity and, when `references` is not null, references[i]
+// receives the reference of every element of connectivity i (MEDIT references; the cell's
+// position-independent 0 for VTK). Connectivities of the range beyond FEtypes.size are emptied.
+// A range of MESH_FILE_TYPES connectivities is always large enough.
+//
+// Status: 0 on success; -1 the file can't be opened; -2 the range is given backwards; -3 the
+// file holds more element types than the range; -4 the file is malformed (bad keyword, number,
+// count, truncated data or node index out of range); ERR_ALLOCATION. On failure every output is
+// left empty.
+
+// Largest number of element types a mesh file can hold.
+constexpr unsigned MESH_FILE_TYPES = 21;
+
+// Formatted MEDIT mesh ("MeshVersionFormatted" 1 or 2, "Dimension" 2 or 3): Vertices, Edges,
+// Triangles, Quadrilaterals, Tetrahedra, Pyramids, Prisms and Hexahedra are read, references kept
+// (vertex references are dropped), comments and unknown sections skipped, "End" optional.
+// Degenerate hexahedra written for pyramids and wedges come back as hexahedra.
+GRIDKIT_API int medit_input(const char* filename, dense2D<double>& pos, dense2D<unsigned>* first,
+                            dense2D<unsigned>* last, dense1D<int, 16>& FEtypes, dense1D<unsigned, 16>* references);
+
+// Legacy ASCII VTK "UNSTRUCTURED_GRID" as vtk_output writes it: the linear and higher-order cells
+// it emits; a poly-vertex cell following an element is folded back into its higher-order nodes;
+// the tetrahedron node swap is undone. pos gets 3 rows.
+GRIDKIT_API int vtk_input(const char* filename, dense2D<double>& pos, dense2D<unsigned>* first,
+                          dense2D<unsigned>* last, dense1D<int, 16>& FEtypes, dense1D<unsigned, 16>* references);
 
 }  // namespace gridkit
 }  // namespace kvo
