@@ -1,0 +1,188 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include <kvo/gridkit.hpp>
+
+using namespace kvo;
+using namespace kvo::gridkit;
+
+namespace {
+
+std::string tmp(const std::string& name) {
+  const char* d = std::getenv("GRIDKIT_TEST_TMP");
+  return std::string(d ? d : "/tmp") + "/" + name;
+}
+void put_file(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
+std::string get_file(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+template <class T>
+dense2D<T> matrix(unsigned rows, std::initializer_list<T> values) {
+  dense2D<T> m(rows, unsigned(values.size() / rows));
+  unsigned k = 0;
+  for (T v : values) m(k % rows, k / rows) = v, ++k;
+  return m;
+}
+struct obj_data {
+  dense2D<double> pos, normals, tex;
+  dense2D<unsigned> trias, quads;
+  int read(const std::string& text) {
+    put_file(tmp("in.obj"), text);
+    return WavefrontOBJ_input(tmp("in.obj").c_str(), pos, normals, tex, trias, quads);
+  }
+};
+
+}  // namespace
+
+TEST(ObjOutput, TwoDimensionalMeshWithNormalsTexturesAndBoth) {
+  const dense2D<double> pos = matrix<double>(2, {0.5, -2, 1e-300, 3});
+  const dense2D<double> nrm = matrix<double>(3, {0, 0, 1, 0, 1, 0});
+  const dense2D<double> tex = matrix<double>(2, {0.25, 0.75, 1, 0});
+  const dense2D<unsigned> tri = matrix<unsigned>(3, {0, 1, 1}), quad = matrix<unsigned>(4, {1, 0, 0, 1}), none;
+  const std::string v =
+      " v 5.00000000e-01 -2.00000000e+00 0.00000000e+00 \n v 1.00000000e-300 3.00000000e+00 0.00000000e+00 \n";
+  const std::string vt = " vt 2.50000000e-01 7.50000000e-01 \n vt 1.00000000e+00 0.00000000e+00 \n";
+  const std::string vn = " vn 0.00000000e+00 0.00000000e+00 1.00000000e+00 \n"
+                         " vn 0.00000000e+00 1.00000000e+00 0.00000000e+00 \n";
+  const std::string path = tmp("out.obj");
+  ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, dense2D<double>(), dense2D<double>(), tri, quad), 0);
+  EXPECT_EQ(get_file(path), v + " f 1// 2// 2// \n f 2// 1// 1// 2// \n");
+  ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, nrm, dense2D<double>(), tri, none), 0);
+  EXPECT_EQ(get_file(path), v + vn + " f 1//1 2//2 2//2 \n");
+  ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, dense2D<double>(), tex, none, quad), 0);
+  EXPECT_EQ(get_file(path), v + vt + " f 2/2/ 1/1/ 1/1/ 2/2/ \n");
+  ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, nrm, tex, tri, none), 0);
+  EXPECT_EQ(get_file(path), v + vt + vn + " f 1/1/1 2/2/2 2/2/2 \n");
+}
+
+TEST(ObjOutput, ChecksInOrderAfterTheFileIsCreated) {
+  const dense2D<double> pos = matrix<double>(3, {0, 0, 0, 1, 0, 0}), bad_pos(4, 2, 0.0), n(3, 2, 0.0), t(2, 2, 0.0);
+  const dense2D<double> n_short(3, 1, 0.0), t_rows(3, 2, 0.0), none;
+  const dense2D<unsigned> tri = matrix<unsigned>(3, {0, 1, 1}), quad(4, 1, 0u), tri4(4, 1, 0u), tri2(2, 1, 0u);
+  const dense2D<unsigned> far = matrix<unsigned>(3, {0, 1, 7}), no_faces;
+  const std::string path = tmp("checks.obj");
+  struct {
+    const dense2D<double>& p;
+    const dense2D<double>& n;
+    const dense2D<double>& t;
+    const dense2D<unsigned>& f3;
+    const dense2D<unsigned>& f4;
+    int status;
+  } cases[] = {
+      {bad_pos, n_short, t_rows, tri2, tri2, -2}, {pos, n_short, t_rows, tri2, tri2, -3},
+      {pos, n, t_rows, tri2, tri2, -4},           {pos, n, t, tri2, tri2, -5},
+      {pos, n, t, tri4, tri4, -5},                {pos, n, t, tri, tri, -6},
+      {pos, n, t, far, quad, 0},  // node numbers are written, not checked against the nodes
+      {pos, none, none, no_faces, no_faces, 0},
+  };
+  for (auto& c : cases) {
+    put_file(path, "old");
+    EXPECT_EQ(WavefrontOBJ_output(path.c_str(), c.p, c.n, c.t, c.f3, c.f4), c.status);
+    if (c.status) {
+      EXPECT_EQ(get_file(path), "");
+    }
+  }
+  EXPECT_EQ(WavefrontOBJ_output(tmp("no/dir/x.obj").c_str(), bad_pos, n, t, tri, quad), -1);
+  EXPECT_EQ(WavefrontOBJ_output(nullptr, pos, tri, ET_TRIA3), -1);
+  if (std::FILE* f = std::fopen("/dev/full", "w")) {
+    std::fclose(f);
+    const dense2D<double> many(3, 20000, 1.0);
+    EXPECT_EQ(WavefrontOBJ_output("/dev/full", many, no_faces, ET_NONE), -1);
+  }
+}
+
+TEST(ObjOutput, WrapperFormsRouteConnectivitiesByType) {
+  const dense2D<double> pos = matrix<double>(3, {0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0});
+  const dense2D<unsigned> t1 = matrix<unsigned>(3, {0, 1, 2}), t2 = matrix<unsigned>(3, {1, 3, 2});
+  const dense2D<unsigned> q = matrix<unsigned>(4, {0, 1, 3, 2});
+  const std::string path = tmp("wrap.obj");
+  auto faces = [&] {
+    const std::string s = get_file(path);
+    return s.substr(s.find(" f") == std::string::npos ? s.size() : s.find(" f"));
+  };
+  ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, t1, ET_TRIA3), 0);
+  EXPECT_EQ(faces(), " f 1// 2// 3// \n");
+  ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, q, ET_QUAD4), 0);
+  EXPECT_EQ(faces(), " f 1// 2// 4// 3// \n");
+  ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, q, ET_TETRA4), 0);
+  EXPECT_EQ(faces(), "");
+  const std::string only_nodes = get_file(path);
+  EXPECT_EQ(std::count(only_nodes.begin(), only_nodes.end(), '\n'), 4);
+  ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, t1, t2, ET_TRIA3, ET_TRIA3), 0);
+  EXPECT_EQ(faces(), " f 1// 2// 3// \n f 2// 4// 3// \n");
+  ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, q, t2, ET_QUAD4, ET_TRIA3), 0);
+  EXPECT_EQ(faces(), " f 2// 4// 3// \n f 1// 2// 4// 3// \n");  // triangles come first
+  ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, q, t2, ET_EDGE2, ET_TRIA3), 0);
+  EXPECT_EQ(faces(), " f 2// 4// 3// \n");
+  EXPECT_EQ(WavefrontOBJ_output(path.c_str(), pos, t1, q, ET_TRIA3, ET_TRIA3), -5);
+}
+
+TEST(ObjInput, LinesKeywordsAndReferences) {
+  obj_data d;
+  ASSERT_EQ(d.read("# comment\r\nv 1 2 3\r\n  v 4 5 6 7\n\nvp 1\nvn 0 0 1\nvt 0.5 0.25\nvt 1 2 3\n"
+                   "vt 0 1\ng group\nusemtl m\nf 1 2 3\nf 1/1 2/2/1 3//1 -1\nf 1 2 3 1 2\nf 0 1 2\n"
+                   "f +2 1 2\nl 1 2\nvn 1 0 0"),
+            0);
+  ASSERT_EQ(d.pos.rows, 3u);
+  ASSERT_EQ(d.pos.cols, 2u);
+  EXPECT_EQ(d.pos(2, 1), 6.0);
+  EXPECT_EQ(d.normals.cols, 2u);
+  EXPECT_EQ(d.normals(0, 1), 1.0);
+  ASSERT_EQ(d.tex.rows, 2u);
+  ASSERT_EQ(d.tex.cols, 2u);  // the 3-value line is dropped
+  EXPECT_EQ(d.tex(1, 1), 1.0);
+  ASSERT_EQ(d.trias.cols, 3u);
+  ASSERT_EQ(d.quads.cols, 1u);
+  const unsigned want_t[9] = {0, 1, 2, 2, 0, 1, 1, 0, 1}, want_q[4] = {0, 1, 2, 0xFFFFFFFEu};
+  for (unsigned k = 0; k < 9; ++k) EXPECT_EQ(d.trias(k % 3, k / 3), want_t[k]) << k;
+  for (unsigned k = 0; k < 4; ++k) EXPECT_EQ(d.quads(k, 0), want_q[k]);
+  ASSERT_EQ(d.read("v 0 0 0\nv 1 0 0\nv 0 1 0\n"), 0);
+  EXPECT_TRUE(d.trias.is_empty() && d.quads.is_empty() && d.normals.is_empty() && d.tex.is_empty());
+}
+
+TEST(ObjInput, FailuresKeepWhatWasReadBefore) {
+  const std::string head = "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n";
+  const char* bad[] = {"v 1 2\n",       "v 1 2 x 4\n",  "vn 1 2\n",     "vn 1 2 3 4\n",  "vt\n",
+                       "vt 1 2 3 4\n",  "f 1/1 2/1 3\n", "f 1//1 2 3\n", "f 1 2a 3\n",    "f 1 2/x 3\n",
+                       "f 1 2//x 3\n",  "f 1/2/3/4 2 3\n", "f a 2 3\n",   "f 1 2 99999999999\n", "f 1 2 3 4 5 6/6\n"};
+  obj_data d;
+  for (const char* line : bad) {
+    ASSERT_EQ(d.read(head + line + "v 9 9 9\nf 1 2 3\n"), -2) << line;
+    EXPECT_EQ(d.pos.cols, 3u) << line;
+    EXPECT_EQ(d.trias.cols, 1u) << line;
+  }
+  EXPECT_EQ(d.read("vt 0 0\nvn 0 0 1\nf 1/1/1 1/1/1 1/1/1\nv 5 5 5 trailing # words"), 0);
+  EXPECT_EQ(d.trias(0, 0), 0u);
+  EXPECT_EQ(d.pos(0, 0), 5.0);
+  EXPECT_EQ(d.read("v 1 1 1\nv inf -nan 0x10\n"), 0);
+  EXPECT_EQ(d.pos(2, 1), 16.0);
+  d.pos = dense2D<double>(3, 3, 1.0);
+  EXPECT_EQ(WavefrontOBJ_input(tmp("missing.obj").c_str(), d.pos, d.normals, d.tex, d.trias, d.quads), -1);
+  EXPECT_TRUE(d.pos.is_empty());
+}
+
+TEST(ObjRoundTrip, WrittenFilesReadBack) {
+  dense2D<double> pos(3, 50), nrm(3, 50), tex(2, 50);
+  for (unsigned j = 0; j < 50; ++j) {
+    for (unsigned r = 0; r < 3; ++r) pos(r, j) = (j * 7 + r * 13) % 17 * 0.125 - 1, nrm(r, j) = r == j % 3;
+    tex(0, j) = j / 64.0, tex(1, j) = 1 - j / 64.0;
+  }
+  dense2D<unsigned> tri(3, 40), quad(4, 30);
+  for (unsigned k = 0; k < 120; ++k) tri(k % 3, k / 3) = (k * 11) % 50;
+  for (unsigned k = 0; k < 120; ++k) quad(k % 4, k / 4) = (k * 29) % 50;
+  const std::string path = tmp("rt.obj");
+  ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, nrm, tex, tri, quad), 0);
+  obj_data d;
+  ASSERT_EQ(WavefrontOBJ_input(path.c_str(), d.pos, d.normals, d.tex, d.trias, d.quads), 0);
+  EXPECT_TRUE(d.pos == pos);
+  EXPECT_TRUE(d.normals == nrm);
+  EXPECT_TRUE(d.tex == tex);
+  EXPECT_TRUE(d.trias == tri);
+  EXPECT_TRUE(d.quads == quad);
+}
