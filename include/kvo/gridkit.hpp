@@ -166,16 +166,30 @@ GRIDKIT_API int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM1, 
 // Mesh editing: index compaction and degenerate elements
 // ============================================================================================
 
+// Appends to `out` (not cleared; its own entries are not looked at) the distinct entries of a
+// list, of a connectivity (column by column over its rows only, also for ld > rows) or of a
+// range [first, last) of connectivities, in the order of their first occurrence, without
+// NULL_INDEX and without the `excluded` values. 0; -3 for a range given backwards;
+// ERR_ALLOCATION.
 GRIDKIT_API int unique_indices(dense1D<unsigned, 16>& out, const dense1D<unsigned, 16>& IDs,
                                dense1D<unsigned, 16> excluded);
 GRIDKIT_API int unique_indices(dense1D<unsigned, 16>& out, const dense2D<unsigned>& connectM,
                                dense1D<unsigned, 16> excluded);
 GRIDKIT_API int unique_indices(dense1D<unsigned, 16>& out, const dense2D<unsigned>* first,
                                const dense2D<unsigned>* last, dense1D<unsigned, 16> excluded);
+// Number of distinct non-null entries; -2 for a range given backwards.
 GRIDKIT_API int count_unique_indices(const dense2D<unsigned>& connectM);
 GRIDKIT_API int count_unique_indices(const dense2D<unsigned>* first, const dense2D<unsigned>* last);
+// Removes the columns that repeat a node (a repeated NULL_INDEX counts only when strict) and
+// packs the others to the front in order; returns how many were removed. new_IDs gets one entry
+// per old column: its new position, or NULL_INDEX when removed. ERR_ALLOCATION.
 GRIDKIT_API int remove_degenerated(dense2D<unsigned>& connectM, bool strict);
 GRIDKIT_API int remove_degenerated(dense2D<unsigned>& connectM, dense1D<unsigned, 16>& new_IDs, bool strict);
+// Removes the nodes of index N0 or above that no connectivity uses (nodes below N0 always stay),
+// moving the others down in order, and renumbers the connectivities; returns how many nodes were
+// removed. new_IDs: old to new node (NULL_INDEX when removed); left empty when N0 >= pos.cols.
+// -3 range given backwards; -2 an index not below pos.cols; ERR_ALLOCATION. A connectivity
+// passed twice (the same view) is renumbered once.
 GRIDKIT_API int simplify(dense2D<double>& pos, dense2D<unsigned>* first, dense2D<unsigned>* last,
                          dense1D<unsigned, 16>& new_IDs, unsigned N0);
 GRIDKIT_API int simplify(dense2D<double>& pos, dense2D<unsigned>& connectM, dense1D<unsigned, 16>& new_IDs,

@@ -1,0 +1,106 @@
+// remove_degenerated: which columns repeat a node, the strict treatment of nulls, compaction
+// and the old-to-new element table, against a sort-based reference.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <vector>
+
+#include <kvo/gridkit.hpp>
+
+using namespace kvo;
+using namespace kvo::gridkit;
+
+namespace {
+
+using U1 = dense1D<unsigned, 16>;
+using U2 = dense2D<unsigned>;
+
+U2 matrix(unsigned rows, std::vector<unsigned> e) {
+  U2 m(rows, unsigned(e.size() / rows));
+  for (std::size_t k = 0; k < e.size(); ++k) m.storage->data[k] = e[k];
+  return m;
+}
+
+std::vector<unsigned> entries(const U2& m) {
+  std::vector<unsigned> r;
+  for (unsigned j = 0; j < m.cols; ++j)
+    for (unsigned i = 0; i < m.rows; ++i) r.push_back(m(i, j));
+  return r;
+}
+
+// The rule written out: sort a copy, the first equal adjacent pair decides.
+bool degenerate(std::vector<unsigned> c, bool strict) {
+  std::sort(c.begin(), c.end());
+  auto it = std::adjacent_find(c.begin(), c.end());
+  return it != c.end() && (*it != NULL_INDEX || strict);
+}
+
+}  // namespace
+
+TEST(RemoveDegenerated, RepeatedNodesAndNulls) {
+  const unsigned N = NULL_INDEX;
+  // (4,4,7) repeats; (1,2,3) does not.
+  U2 t = matrix(3, {4, 4, 7, 1, 2, 3});
+  EXPECT_EQ(1, remove_degenerated(t, true));
+  EXPECT_EQ((std::vector<unsigned>{1, 2, 3}), entries(t));
+
+  // A mixed-face triangle keeps its single null; two nulls pass only when not strict; a null
+  // beside a real repeat is removed either way.
+  const std::vector<unsigned> mixed = {1, 2, 3, N, 5, N, 6, N, 7, 7, 8, N, 9, 10, 11, 12};
+  U2 loose = matrix(4, mixed), strict = matrix(4, mixed);
+  U1 map_loose, map_strict;
+  EXPECT_EQ(1, remove_degenerated(loose, map_loose, false));
+  EXPECT_EQ(2, remove_degenerated(strict, map_strict, true));
+  EXPECT_EQ((std::vector<unsigned>{1, 2, 3, N, 5, N, 6, N, 9, 10, 11, 12}), entries(loose));
+  EXPECT_EQ((std::vector<unsigned>{1, 2, 3, N, 9, 10, 11, 12}), entries(strict));
+  EXPECT_EQ((std::vector<unsigned>{0, 1, N, 2}), std::vector<unsigned>(map_loose.begin(), map_loose.end()));
+  EXPECT_EQ((std::vector<unsigned>{0, N, N, 1}), std::vector<unsigned>(map_strict.begin(), map_strict.end()));
+  EXPECT_EQ(4u, strict.ld);
+}
+
+TEST(RemoveDegenerated, EmptyShapesAndStridedViews) {
+  U2 no_rows(0, 3);
+  U1 map = U1(7, 9);
+  EXPECT_EQ(0, remove_degenerated(no_rows, map, true));
+  EXPECT_EQ((std::vector<unsigned>{0, 1, 2}), std::vector<unsigned>(map.begin(), map.end()));
+  U2 none;
+  EXPECT_EQ(0, remove_degenerated(none, map, false));
+  EXPECT_EQ(0u, map.size);
+
+  // Rows 0..1 of a 3-row matrix: only those rows are compared and kept.
+  U2 big = matrix(3, {1, 2, 1, 3, 3, 0, 5, 6, 5});
+  U2 view = big.sub_matrix(0, 0, 2, 3);
+  EXPECT_EQ(1, remove_degenerated(view, false));
+  EXPECT_EQ((std::vector<unsigned>{1, 2, 5, 6}), entries(view));
+  EXPECT_EQ(2u, view.cols);
+  EXPECT_EQ(2u, view.ld);
+}
+
+TEST(RemoveDegenerated, AgreesWithSortedRuleOnRandomColumns) {
+  std::mt19937 rng(3);
+  // Row counts on both sides of the switch between pairwise and sorted comparison.
+  for (unsigned rows : {1u, 2u, 4u, 8u, 16u, 17u, 27u, 40u}) {
+    for (bool strict : {false, true}) {
+      const unsigned cols = 300;
+      std::vector<unsigned> e(rows * cols);
+      for (unsigned& v : e) {
+        const unsigned r = rng() % 100;
+        v = r < 8 ? NULL_INDEX : rng() % (rows * 6);
+      }
+      U2 m = matrix(rows, e);
+      U1 map;
+      std::vector<unsigned> kept, expect_map(cols, NULL_INDEX);
+      unsigned w = 0;
+      for (unsigned j = 0; j < cols; ++j) {
+        std::vector<unsigned> c(e.begin() + j * rows, e.begin() + (j + 1) * rows);
+        if (degenerate(c, strict)) continue;
+        kept.insert(kept.end(), c.begin(), c.end());
+        expect_map[j] = w++;
+      }
+      EXPECT_EQ(int(cols - w), remove_degenerated(m, map, strict)) << rows << " " << strict;
+      EXPECT_EQ(kept, entries(m));
+      EXPECT_EQ(expect_map, std::vector<unsigned>(map.begin(), map.end()));
+    }
+  }
+}
