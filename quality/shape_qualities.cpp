@@ -10,9 +10,13 @@
 
 #include <kvo/gridkit.hpp>
 
+#include "quality/quality_internal.hpp"
+
 namespace kvo::gridkit {
 
 namespace {
+
+using namespace quality_detail;
 
 // Closed-form constants as doubles.
 constexpr double k2sqrt3 = 3.4641016151377544;   // 2*sqrt(3): triangle
@@ -29,16 +33,29 @@ constexpr double kPyramidBand = 4.1569219381653057e-11;  // 24*sqrt(3)*1e-12: to
 
 inline double clamp(double v, double lo, double hi) { return v > hi ? hi : (v < lo ? lo : v); }
 
-struct pt {
-  double x, y, z;
+// A point or vector of one element (T = double) or of two elements side by side (T = pair2).
+template <class T>
+struct p3 {
+  T x, y, z;
 };
+using pt = p3<double>;
 
-inline pt sub(const pt& a, const pt& b) { return pt{a.x - b.x, a.y - b.y, a.z - b.z}; }
-inline pt cross(const pt& a, const pt& b) {
-  return pt{a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+template <class T>
+inline p3<T> sub(const p3<T>& a, const p3<T>& b) {
+  return p3<T>{a.x - b.x, a.y - b.y, a.z - b.z};
 }
-inline double dot(const pt& a, const pt& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
-inline double norm2(const pt& a) { return a.x * a.x + a.y * a.y + a.z * a.z; }
+template <class T>
+inline p3<T> cross(const p3<T>& a, const p3<T>& b) {
+  return p3<T>{a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+}
+template <class T>
+inline T dot(const p3<T>& a, const p3<T>& b) {
+  return a.x * b.x + a.y * b.y + a.z * b.z;
+}
+template <class T>
+inline T norm2(const p3<T>& a) {
+  return a.x * a.x + a.y * a.y + a.z * a.z;
+}
 
 // Coordinate readers. Each yields a node as three components; components the matrix does not
 // have (fewer than 3 rows) read as 0, so nothing past the matrix is ever touched.
@@ -316,17 +333,20 @@ __attribute__((noinline)) double sub_pyramid(const quad_face& f, const pt& apex,
   return q2 < kTiny ? q2 : q;
 }
 
-// True when the sub-pyramid of face f and apex certainly has a quality above the re-check band,
-// i.e. it can neither fall below 1e-12 nor be re-checked. Decided without a power or root:
-// (24 sqrt6 Dmin w)^2 > (1e-10)^2 S^3, with S kept in a range where nothing overflows or
-// underflows; the margin over the band (1e-10 against 4.2e-11) dwarfs the rounding errors.
-inline bool sub_pyramid_clearly_good(const quad_face& f, const pt& apex, double w) {
-  const double s = f.pyramid_edges(apex);
+// True when a pyramid with edge sum S, smallest corner value Dmin and base warp factor w
+// certainly has a quality above the re-check band, so that it can neither fall below 1e-12 nor
+// be re-checked. Decided without a power or root: (24 sqrt6 Dmin w)^2 > (1e-10)^2 S^3, with S
+// kept in a range where nothing overflows or underflows; the margin over the band (1e-10 against
+// 4.2e-11) dwarfs the rounding errors.
+inline bool clearly_above_band(double s, double dmin, double w) {
   if (!(s > 1e-90 && s < 1e90)) return false;
-  const double d = f.min_corner(apex);
-  if (!(d > 0.0 && w > 0.0)) return false;
-  const double t = k24sqrt6 * d * w;
+  if (!(dmin > 0.0 && w > 0.0)) return false;
+  const double t = k24sqrt6 * dmin * w;
   return t * t > 1e-20 * (s * s * s);
+}
+
+inline bool sub_pyramid_clearly_good(const quad_face& f, const pt& apex, double w) {
+  return clearly_above_band(f.pyramid_edges(apex), f.min_corner(apex), w);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -391,42 +411,125 @@ inline double wedge(const pt p[6], bool warped) {
   return q2 < kTiny ? q2 : q;
 }
 
-inline double hexahedron(const pt p[8], bool warped) {
-  double s = 0.0;
-  for (const auto& e : kHexEdges) s += norm2(sub(p[e[1]], p[e[0]]));
-  double dmin = corner_value(p, kHexCorners[0]);
-  for (int i = 1; i < 8; ++i) {
-    const double v = corner_value(p, kHexCorners[i]);
-    if (v < dmin) dmin = v;
-  }
-  double q = 0.0;
-  if (s > 0.0) q = k24sqrt3 * dmin * std::pow(s, -1.5);
-  quad_face f[6];
-  double w[6] = {1.0, 1.0, 1.0, 1.0, 1.0, 1.0};
-  for (int k = 0; k < 6; ++k) f[k].set(p[kHexFaces[k][0]], p[kHexFaces[k][1]], p[kHexFaces[k][2]], p[kHexFaces[k][3]]);
-  if (warped) {
-    double wmin = 1.0;
-    for (int k = 0; k < 6; ++k) {
-      w[k] = f[k].warp();
-      if (w[k] < wmin) wmin = w[k];
-    }
-    q *= wmin;
-  }
-  q = clamp(q, -1.0, 1.0);
-  if (!(q > kTiny)) return q;
+// Face and face corner whose normal is the cross product of hexahedron corner i: with the faces
+// turning as they do, corner k of a face has normal (P[k+1] - P[k]) x (P[k-1] - P[k]), the very
+// product that corner i takes (same operands, same rounding).
+constexpr unsigned char kHexCornerFace[8][2] = {{4, 0}, {4, 1}, {4, 2}, {4, 3}, {5, 0}, {5, 3}, {5, 2}, {5, 1}};
 
-  // Re-check from the centroid: the six faces as pyramids. Most are plainly fine and are
-  // dismissed without computing their value.
-  pt c{0.0, 0.0, 0.0};
-  for (int i = 0; i < 8; ++i) c = pt{c.x + p[i].x, c.y + p[i].y, c.z + p[i].z};
-  c = pt{c.x / 8.0, c.y / 8.0, c.z / 8.0};
-  double q2 = 1.0;
-  for (int k = 0; k < 6; ++k) {
-    if (sub_pyramid_clearly_good(f[k], c, w[k])) continue;
-    const double v = sub_pyramid(f[k], c, warped);
-    if (v < q2) q2 = v;
+// Hexahedron edge under each edge of each face.
+struct hex_face_edges {
+  unsigned char idx[6][4];
+};
+constexpr hex_face_edges make_hex_face_edges() {
+  hex_face_edges t{};
+  for (int f = 0; f < 6; ++f)
+    for (int k = 0; k < 4; ++k) {
+      const unsigned a = kHexFaces[f][k], b = kHexFaces[f][(k + 1) & 3];
+      for (int e = 0; e < 12; ++e)
+        if ((kHexEdges[e][0] == a && kHexEdges[e][1] == b) || (kHexEdges[e][0] == b && kHexEdges[e][1] == a))
+          t.idx[f][k] = static_cast<unsigned char>(e);
+    }
+  return t;
+}
+constexpr hex_face_edges kHexFaceEdges = make_hex_face_edges();
+
+// A hexahedron (T = double) or two side by side (T = pair2): its nodes and what its value and
+// its re-check share.
+template <class T>
+struct hex_state {
+  p3<T> p[8];
+  T edge2[12];   // squared edge lengths
+  p3<T> n[6][4]; // corner normals of the faces
+  T w[6];        // face-warp factors (1 without them)
+  T q;           // value before the re-check
+};
+
+template <class T>
+inline T clamp_v(T v, double lo, double hi) {
+  return sel(gt(v, splat(v, hi)), splat(v, hi), sel(lt(v, splat(v, lo)), splat(v, lo), v));
+}
+
+template <class T>
+void hex_value(hex_state<T>& h, bool warped) {
+  const T zero = splat(T{}, 0.0), one = splat(T{}, 1.0);
+  T s = zero;
+  for (int k = 0; k < 12; ++k) {
+    h.edge2[k] = norm2(sub(h.p[kHexEdges[k][1]], h.p[kHexEdges[k][0]]));
+    s = s + h.edge2[k];
   }
-  return q2 < kTiny ? q2 : q;
+  T wmin = one;
+  for (int f = 0; f < 6; ++f) {
+    const unsigned char* v = kHexFaces[f];
+    p3<T> e[4];
+    for (int k = 0; k < 4; ++k) e[k] = sub(h.p[v[(k + 1) & 3]], h.p[v[k]]);
+    for (int k = 0; k < 4; ++k) h.n[f][k] = cross(e[(k + 3) & 3], e[k]);
+    h.w[f] = one;
+    if (warped) {
+      const T s0 = norm2(h.n[f][0]), s1 = norm2(h.n[f][1]), s2 = norm2(h.n[f][2]), s3 = norm2(h.n[f][3]);
+      const T pa = s1 * s3, pb = s0 * s2;
+      const T minus1 = splat(T{}, -1.0);
+      const T cos_a = sel(gt(pa, zero), dot(h.n[f][1], h.n[f][3]) / vsqrt(pa), minus1);
+      const T cos_b = sel(gt(pb, zero), dot(h.n[f][0], h.n[f][2]) / vsqrt(pb), minus1);
+      const T m = sel(lt(cos_b, cos_a), cos_b, cos_a);
+      h.w[f] = clamp_v((one + m) / splat(T{}, 2.0), 0.0, 1.0);
+      wmin = sel(lt(h.w[f], wmin), h.w[f], wmin);
+    }
+  }
+  T dmin = zero;
+  for (int i = 0; i < 8; ++i) {
+    const T v = dot(h.n[kHexCornerFace[i][0]][kHexCornerFace[i][1]], sub(h.p[kHexCorners[i][3]], h.p[i]));
+    dmin = i == 0 ? v : sel(lt(v, dmin), v, dmin);
+  }
+  T q = sel(gt(s, zero), splat(T{}, k24sqrt3) * dmin * pow_m32(s), zero);
+  if (warped) q = q * wmin;
+  h.q = clamp_v(q, -1.0, 1.0);
+}
+
+// Final value of lane `i`: the re-check from the centroid, where the six faces as pyramids
+// must not be degenerate. Most faces are plainly fine and are dismissed (clearly_above_band)
+// from the edges and normals already at hand; only the others are evaluated in full.
+template <class T>
+void hex_recheck(const hex_state<T>& h, bool warped, double* out) {
+  constexpr int lanes = sizeof(T) / sizeof(double);
+  bool any = false;
+  for (int i = 0; i < lanes; ++i) {
+    out[i] = lane(h.q, i);
+    if (out[i] > kTiny) any = true;
+  }
+  if (!any) return;
+  p3<T> c{splat(T{}, 0.0), splat(T{}, 0.0), splat(T{}, 0.0)};
+  for (int i = 0; i < 8; ++i) c = p3<T>{c.x + h.p[i].x, c.y + h.p[i].y, c.z + h.p[i].z};
+  const T eight = splat(T{}, 8.0);
+  c = p3<T>{c.x / eight, c.y / eight, c.z / eight};
+  p3<T> d[8];
+  T lateral2[8];
+  for (int i = 0; i < 8; ++i) {
+    d[i] = sub(c, h.p[i]);
+    lateral2[i] = norm2(d[i]);
+  }
+  double q2[lanes];
+  for (int i = 0; i < lanes; ++i) q2[i] = 1.0;
+  for (int f = 0; f < 6; ++f) {
+    const unsigned char* v = kHexFaces[f];
+    const unsigned char* e = kHexFaceEdges.idx[f];
+    const T sp = splat(T{}, 2.0) * (lateral2[v[0]] + lateral2[v[1]] + lateral2[v[2]] + lateral2[v[3]]) +
+                 (h.edge2[e[0]] + h.edge2[e[1]] + h.edge2[e[2]] + h.edge2[e[3]]);
+    T dp = dot(h.n[f][0], d[v[0]]);
+    for (int j = 1; j < 4; ++j) {
+      const T t = dot(h.n[f][j], d[v[j]]);
+      dp = sel(lt(t, dp), t, dp);
+    }
+    for (int i = 0; i < lanes; ++i) {
+      if (!(out[i] > kTiny) || clearly_above_band(lane(sp, i), lane(dp, i), lane(h.w[f], i))) continue;
+      auto at = [&](int k) { return pt{lane(h.p[v[k]].x, i), lane(h.p[v[k]].y, i), lane(h.p[v[k]].z, i)}; };
+      quad_face face;
+      face.set(at(0), at(1), at(2), at(3));
+      const double val = sub_pyramid(face, pt{lane(c.x, i), lane(c.y, i), lane(c.z, i)}, warped);
+      if (val < q2[i]) q2[i] = val;
+    }
+  }
+  for (int i = 0; i < lanes; ++i)
+    if (out[i] > kTiny && q2[i] < kTiny) out[i] = q2[i];
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -510,13 +613,26 @@ void wedges(const R& P, const columns& C, bool warped, double* out) {
   }
 }
 
+// Hexahedra two at a time, the last one alone; both paths give the same bits.
 template <class R>
 void hexahedra(const R& P, const columns& C, bool warped, double* out) {
-  pt p[8];
-  for (unsigned j = 0; j < C.cols; ++j) {
-    const unsigned* c = C[j];
-    for (int i = 0; i < 8; ++i) p[i] = P(c[i]);
-    out[j] = hexahedron(p, warped);
+  hex_state<pair2> h2;
+  unsigned j = 0;
+  for (; j + 1 < C.cols; j += 2) {
+    const unsigned* c0 = C[j];
+    const unsigned* c1 = C[j + 1];
+    for (int i = 0; i < 8; ++i) {
+      const pt a = P(c0[i]), b = P(c1[i]);
+      h2.p[i] = p3<pair2>{make2(a.x, b.x), make2(a.y, b.y), make2(a.z, b.z)};
+    }
+    hex_value(h2, warped);
+    hex_recheck(h2, warped, out + j);
+  }
+  if (j < C.cols) {
+    hex_state<double> h;
+    for (int i = 0; i < 8; ++i) h.p[i] = P(C[j][i]);
+    hex_value(h, warped);
+    hex_recheck(h, warped, out + j);
   }
 }
 

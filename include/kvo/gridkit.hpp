@@ -305,11 +305,27 @@ GRIDKIT_API int sort_elfes(dense2D<unsigned>& connectM, dense1D<unsigned, 16>& n
 // Quality: shape qualities
 // ============================================================================================
 
+// One value per element column: 1 for the equilateral element of its kind, towards 0 for flat or
+// needle-like ones, 0 or negative for degenerate or inverted ones. Linear types only: ET_EDGE2
+// (always 1), ET_TRIA3, ET_QUAD4, ET_FACE_MIXED, ET_TETRA4, ET_PYRAMID5, ET_WEDGE6, ET_HEXA8,
+// ET_SOLID_MIXED (by row count: 4, 5, 6, else 8 nodes; validated as that pure type, so no nulls).
+// Tetrahedra are valid when node 3 lies opposite to (P1-P0) x (P2-P0); hexahedra and wedges when
+// their bottom face turns counter-clockwise seen from the top. Faces over fewer than 3 rows use
+// the signed planar formulas, over 3 rows (or more: the first three are read) the unsigned ones.
+// Components a coordinate matrix lacks read as 0: solids over 2-row coordinates are flat and get 0.
+// A connectivity with no rows or no columns gives 0 for every column.
+// Status: 0; -2 connectivity does not fit the type or a node is >= pos.cols; -3 unsupported type
+// (quadratic types included); ERR_ALLOCATION. On failure `qualities` has size 0.
 GRIDKIT_API int shape_qualities(const dense2D<double>& pos, const dense2D<unsigned>& connectM, element_type type,
                                 dense1D<double, 16>& qualities);
+// Several connectivities, one type each; values concatenated in order. Connectivities without
+// entries are skipped and do not advance the write position: their column slots stay at the end,
+// at 0. Status: -3 connect_begin after connect_end, -4 types.size differs from the count, else
+// the first failing connectivity's status as above (-2, -3).
 GRIDKIT_API int shape_qualities(const dense2D<double>& pos, const dense2D<unsigned>* connect_begin,
                                 const dense2D<unsigned>* connect_end, const dense1D<int, 16>& types,
                                 dense1D<double, 16>& qualities);
+// As above, then feeds all values to `hist`, on success only (on failure it is untouched).
 GRIDKIT_API int shape_qualities(const dense2D<double>& pos, const dense2D<unsigned>* connect_begin,
                                 const dense2D<unsigned>* connect_end, const dense1D<int, 16>& types, histogram& hist);
 GRIDKIT_API int shape_qualities(const dense2D<double>& pos, const dense2D<unsigned>& connectM, element_type type,
