@@ -141,13 +141,34 @@ class GRIDKIT_API node_detector {
 // Mesh editing: merging
 // ============================================================================================
 
+// Node merging. Node j of IDs1 pairs with node i = U2[k] (U2: the distinct nodes of IDs2 in the
+// order of first occurrence) when j comes after position k in U2 or is not in it, lies in the
+// closed box of half-width `tolerance` around i, and is at Euclidean distance <= tolerance; j is
+// merged into the first such i, and chains are followed to their end. new_IDs: one entry per
+// coordinate column (identity for nodes not merged). A NaN coordinate never merges; a NaN
+// tolerance merges nothing; tolerance 0 merges coincident nodes. Nodes are never removed.
+// Point lists: returns the number of merged nodes; -1 pos has neither 2 nor 3 rows, -2/-3 an
+// index of IDs1/IDs2 not below pos.cols, -4 negative tolerance; an empty list returns 0 with
+// new_IDs left empty.
 GRIDKIT_API int merge(const dense2D<double>& pos, const dense1D<unsigned, 16>& IDs1, const dense1D<unsigned, 16>& IDs2,
                       dense1D<unsigned, 16>& new_IDs, double tolerance);
 GRIDKIT_API int merge(const dense2D<double>& pos, const dense1D<unsigned, 16>& IDs, dense1D<unsigned, 16>& new_IDs,
                       double tolerance);
+// All nodes against all (the survivor of a cluster is its smallest index); merged nodes then take
+// the coordinates of their target (pos is rebound to a copy when another view shares its
+// block). -1 bad row count, -3 negative tolerance.
 GRIDKIT_API int merge(dense2D<double>& pos, dense1D<unsigned, 16>& new_IDs, double tolerance);
 GRIDKIT_API int merge(dense2D<double>& pos, double tolerance);
 
+// Connectivities [first, last): merges the nodes they use, with their order of first occurrence
+// (column by column, connectivity by connectivity) as the list above, and fills new_IDs (one
+// entry per coordinate column, identity for unused nodes). Indices not below pos.cols are left
+// alone. mode 0: the connectivities are renumbered in place; mode 1: the same, but two nodes
+// merge only when used by different connectivities of the range (a node used by several counts
+// as used by each), which joins separate meshes along their interface and keeps seams inside one
+// mesh open; mode 2: as mode 0 with the connectivities left untouched. Returns 0; -1 bad row
+// count, -3 range given backwards, -5 negative tolerance, -6 mode above 2; ERR_ALLOCATION.
+// The forms without tolerance use 1e-6 and mode 0.
 GRIDKIT_API int merge(const dense2D<double>& pos, dense2D<unsigned>* first, dense2D<unsigned>* last,
                       dense1D<unsigned, 16>& new_IDs, double tolerance, unsigned mode);
 GRIDKIT_API int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM, dense1D<unsigned, 16>& new_IDs,
@@ -201,6 +222,15 @@ GRIDKIT_API int simplify(dense2D<double>& pos, dense2D<unsigned>& connectM1, den
 // Mesh editing: geometric transforms
 // ============================================================================================
 
+// Transforms change the first 2 (2-D forms) or 3 (3-D forms) rows of the nodes in place. They
+// return 0 at once for empty coordinates, identity parameters (all-zero displacement or
+// rotation vector, angle 0.0, factor 1.0; NaN is applied) or an empty list. Coordinates with
+// fewer rows are then promoted, the new rows set to 0.0 (if that allocation fails nothing
+// changes and 0 is returned). All-node forms return the node count; list forms of translate
+// and rotate the number of entries applied (duplicates again, indices not below pos.cols
+// skipped); zoom's list form returns 0 (invalid indices are skipped there too). Connectivity
+// forms move each distinct node once, through unique_indices, and return the list form's value.
+// translate: p <- p + d.
 GRIDKIT_API int translate(dense2D<double>& pos, const vector_fixed<double, 2>& displacement);
 GRIDKIT_API int translate(dense2D<double>& pos, const vector_fixed<double, 2>& displacement,
                           const dense1D<unsigned, 16>& indices);
@@ -212,6 +242,11 @@ GRIDKIT_API int translate(dense2D<double>& pos, const vector_fixed<double, 3>& d
 GRIDKIT_API int translate(dense2D<double>& pos, const vector_fixed<double, 3>& displacement,
                           const dense2D<unsigned>& connectM);
 
+// rotate: p <- c + R (p - c), the product accumulated row by row into 0.0 and c added last.
+// 2-D: counter-clockwise by angle (radians). 3-D: right-handed about the rotation vector v by
+// t = |v|; R = I + a K + b K^2 (K the cross-product matrix of v, K^2 = K*K) with a = sin t / t,
+// b = (1 - cos t) / t^2, t^2 being v0^2 + v1^2 + v2^2; for t <= 0.1 a and b come from their
+// series in t^2.
 GRIDKIT_API int rotate(dense2D<double>& pos, const vector_fixed<double, 2>& centre, double angle);
 GRIDKIT_API int rotate(dense2D<double>& pos, const vector_fixed<double, 2>& centre, double angle,
                        const dense1D<unsigned, 16>& indices);
@@ -224,6 +259,7 @@ GRIDKIT_API int rotate(dense2D<double>& pos, const vector_fixed<double, 3>& cent
 GRIDKIT_API int rotate(dense2D<double>& pos, const vector_fixed<double, 3>& centre,
                        const vector_fixed<double, 3>& rotation, const dense2D<unsigned>& connectM);
 
+// zoom: scaling about c, computed as p <- (p - c)(f - 1) + p.
 GRIDKIT_API int zoom(dense2D<double>& pos, const vector_fixed<double, 2>& centre, double factor);
 GRIDKIT_API int zoom(dense2D<double>& pos, const vector_fixed<double, 2>& centre, double factor,
                      const dense1D<unsigned, 16>& indices);
@@ -235,6 +271,9 @@ GRIDKIT_API int zoom(dense2D<double>& pos, const vector_fixed<double, 3>& centre
 GRIDKIT_API int zoom(dense2D<double>& pos, const vector_fixed<double, 3>& centre, double factor,
                      const dense2D<unsigned>& connectM);
 
+// Widens [box_min, box_max] (never reset; NaN coordinates ignored). -1 when pos does not have
+// exactly 2 (2-D forms) or 3 rows; list forms: an empty list returns 0 first, -2 when an entry
+// fails check_IDs against pos.cols (NULL_INDEX entries pass and are skipped). Otherwise 0.
 GRIDKIT_API int inc_bounding_box(const dense2D<double>& pos, vector_fixed<double, 2>& box_min,
                                  vector_fixed<double, 2>& box_max);
 GRIDKIT_API int inc_bounding_box(const dense2D<double>& pos, const dense1D<unsigned, 16>& indices,
@@ -252,20 +291,41 @@ GRIDKIT_API int inc_bounding_box(const dense2D<double>& pos, const dense2D<unsig
 // Mesh editing: copies, edges, clipping
 // ============================================================================================
 
+// Plain copy: the distinct nodes of source (order of unique_indices) are appended to pos and out
+// becomes source renumbered to the copies (replaced; NULL_INDEX kept). 0; -3 when source names a
+// node not below pos.cols (nothing changes); ERR_ALLOCATION.
 GRIDKIT_API int copy_mesh(dense2D<double>& pos, dense2D<unsigned>& out, const dense2D<unsigned>& source);
+// Series: `count` copies, copy i turned by (i+1) rotation steps about centre, then shifted by (i+1)
+// steps, appended to out (never cleared; a taller out pads the new columns with NULL_INDEX, a
+// shorter one is widened the same way). 0 for empty pos or count 0; -7 for a bad source.
 GRIDKIT_API int copy_mesh(dense2D<double>& pos, dense2D<unsigned>& out, const vector_fixed<double, 2>& step,
                           const vector_fixed<double, 2>& centre, double angle, unsigned count,
                           const dense2D<unsigned>& source);
 GRIDKIT_API int copy_mesh(dense2D<double>& pos, dense2D<unsigned>& out, const vector_fixed<double, 3>& step,
                           const vector_fixed<double, 3>& centre, const vector_fixed<double, 3>& rotation,
                           unsigned count, const dense2D<unsigned>& source);
+// Mirror copy through the line/plane through point with the given normal (orientation reversed).
+// 0 for empty pos; -4 for a zero normal; -5 for a bad source; coordinates promoted to 2 or 3 rows.
 GRIDKIT_API int copy_sym_mesh(dense2D<double>& pos, dense2D<unsigned>& out, const vector_fixed<double, 2>& point,
                               const vector_fixed<double, 2>& normal, const dense2D<unsigned>& source);
 GRIDKIT_API int copy_sym_mesh(dense2D<double>& pos, dense2D<unsigned>& out, const vector_fixed<double, 3>& point,
                               const vector_fixed<double, 3>& normal, const dense2D<unsigned>& source);
+// Appends the distinct corner edges (lo, hi), sorted, as 2-row columns of edges (an empty edges is
+// restarted as 2 x 0). Empty connectivity: 0, edges untouched. -1 when the connectivity fails
+// check_IDs for the type (no bound) or has fewer rows than the corners; -3 for a non-empty edges
+// without 2 rows. Types without edges (ET_NONE, ET_NODE1, ET_EDGE_ANY, ET_HEXA20) append nothing;
+// edges touching a NULL_INDEX entry of a fixed type are skipped.
 GRIDKIT_API int copy_edges(const dense2D<unsigned>& connectM, element_type FE_type, dense2D<unsigned>& edges);
+// The same over the range [first, last) with FE_types[i] for connectivity i, all edges sorted and
+// deduplicated together. 0 for an empty range; -2 when last < first; -3 when FE_types has fewer
+// entries than the range; -1 for a bad non-empty connectivity; -4 for edges of the wrong height.
+// Values outside the enumeration have no edges.
 GRIDKIT_API int copy_edges(const dense2D<unsigned>* first, const dense2D<unsigned>* last,
                            const dense1D<int, 16>& FE_types, dense2D<unsigned>& edges);
+// Appends to out the columns of connectM whose nodes, up to the first NULL_INDEX, all lie strictly
+// on the side of the plane the normal points to (first min(pos.rows, 3) rows used). Checks: empty
+// connectM 0; check_IDs against pos.cols -2; |normal| < 1e-12 -4; non-empty out of another height
+// -5. out gets max(out.rows, connectM.rows) rows (extra rows NULL_INDEX). Returns 0, not a count.
 GRIDKIT_API int clip(const dense2D<double>& pos, const dense2D<unsigned>& connectM,
                      const vector_fixed<double, 3>& origin, const vector_fixed<double, 3>& normal,
                      dense2D<unsigned>& out);
@@ -354,7 +414,8 @@ GRIDKIT_API int edge_qualities(const dense2D<double>& pos, const dense2D<unsigne
 // stands for (1/h^2) I. Eigenvalues come back ascending, unit eigenvectors as matrix columns.
 
 // 2-D: closed form (false when a value is not finite; both outputs are written anyway).
-// 3-D: LAPACK dspev; false when an entry is not finite (outputs NaN) or the solver fails.
+// 3-D: LAPACK dspev; false when the solver fails, when an entry is not finite (outputs NaN, the
+// solver is not called) or when an eigenvalue overflows.
 GRIDKIT_API bool eigen_pairs(const symmetric_fixed<double, 2>& M, vector_fixed<double, 2>& eigen_values,
                              matrix_fixed<double, 2, 2>& eigen_vectors);
 GRIDKIT_API bool eigen_pairs(const symmetric_fixed<double, 3>& M, vector_fixed<double, 3>& eigen_values,

@@ -1,0 +1,681 @@
+// Merging of nodes that lie within a distance tolerance of one another.
+//
+// The result is fixed by pairs: node j (a member of the first list) pairs with the query node
+// i = U2[k] when k < rank(j) (j is not a member of the second list, or comes after position k
+// in it), j lies in the closed box of half-width tolerance centred on i, and the Euclidean
+// distance from i to j is at most the tolerance. Each paired j is merged into U2[k] for the
+// smallest such k, and chains of merges are then followed to their end. Any search that finds
+// every pair gives the same table; this one sorts the nodes along a Morton curve of a fine grid
+// over their bounding box and reads the cells of a coarser level of that grid as runs of the
+// sorted array:
+//  - evenly spread nodes: every node queries its own cell (and, rarely, the cells that its box
+//    reaches into) in curve order, keeping for each node the smallest k that pairs with it;
+//  - clustered nodes, or two different lists: the queries run in the order of k and a node
+//    leaves its cell once merged or once its own rank has passed, so a crowd of coincident
+//    nodes is swept by its first query instead of being compared pair by pair.
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "editing/editing_internal.hpp"
+
+namespace kvo::gridkit {
+
+namespace {
+
+using compaction::buffer;
+
+constexpr unsigned NONE = NULL_INDEX;
+// Mode-1 tag of a node used by several connectivities of the range.
+constexpr unsigned MULTI = NULL_INDEX - 1;
+
+// What to merge: nodes of U1 (positions t) into nodes of U2 (positions k).
+struct problem {
+  const double* xyz = nullptr;  // entry (a, n) at xyz[a + n * ld]
+  std::size_t ld = 0;
+  const unsigned* U1 = nullptr;  // null: the identity list 0 .. n1-1
+  std::size_t n1 = 0;
+  const unsigned* U2 = nullptr;  // ignored when same
+  std::size_t n2 = 0;
+  bool same = false;             // U2 is U1 (then the rank of position t is t)
+  const unsigned* rank = nullptr;  // per U1 position, when not same: position in U2 or NONE
+  const unsigned* tag = nullptr;   // per U1 position, mode 1 only (same lists)
+  double tol = 0;
+
+  unsigned node1(std::size_t t) const { return U1 ? U1[t] : unsigned(t); }
+  unsigned node2(std::size_t k) const { return same ? node1(k) : U2[k]; }
+  unsigned rank_of(std::size_t t) const { return same ? unsigned(t) : rank[t]; }
+};
+
+// Two nodes tagged with the same single connectivity are not merged in mode 1.
+inline bool eligible(unsigned tag_i, unsigned tag_j) { return tag_i != tag_j || tag_i == MULTI; }
+
+template <unsigned D>
+struct geometry;
+
+template <>
+struct geometry<3> {
+  static constexpr unsigned bits = 21;  // per axis: keys of 63 bits
+  static std::uint64_t spread(std::uint64_t x) {
+    x &= 0x1fffff;
+    x = (x | x << 32) & 0x1f00000000ffffull;
+    x = (x | x << 16) & 0x1f0000ff0000ffull;
+    x = (x | x << 8) & 0x100f00f00f00f00full;
+    x = (x | x << 4) & 0x10c30c30c30c30c3ull;
+    x = (x | x << 2) & 0x1249249249249249ull;
+    return x;
+  }
+  static std::uint64_t morton(const unsigned* c) { return spread(c[0]) | spread(c[1]) << 1 | spread(c[2]) << 2; }
+};
+
+template <>
+struct geometry<2> {
+  static constexpr unsigned bits = 31;  // per axis: keys of 62 bits
+  static std::uint64_t spread(std::uint64_t x) {
+    x &= 0xffffffffull;
+    x = (x | x << 16) & 0x0000ffff0000ffffull;
+    x = (x | x << 8) & 0x00ff00ff00ff00ffull;
+    x = (x | x << 4) & 0x0f0f0f0f0f0f0f0full;
+    x = (x | x << 2) & 0x3333333333333333ull;
+    x = (x | x << 1) & 0x5555555555555555ull;
+    return x;
+  }
+  static std::uint64_t morton(const unsigned* c) { return spread(c[0]) | spread(c[1]) << 1; }
+};
+
+// A node held in the search structure: coordinates, U1 position, and the rank (two lists) or
+// the mode-1 tag (one list).
+template <unsigned D>
+struct record {
+  double x[D];
+  unsigned t;
+  unsigned aux;
+};
+
+// Sorts (key, value) pairs by key, least significant 11-bit digit first; digits that are equal
+// in every key are skipped. The result ends up in key/val (the buffers may be swapped).
+bool radix_sort(buffer<std::uint64_t>& key, buffer<unsigned>& val, std::size_t n, unsigned key_bits) {
+  constexpr unsigned digit = 11, radix = 1u << digit;
+  const unsigned passes = (key_bits + digit - 1) / digit;
+  if (n < 2 || passes == 0) return true;
+  buffer<std::size_t> count;
+  if (!count.allocate(std::size_t(passes) * radix, true)) return false;
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::uint64_t k = key[i];
+    for (unsigned p = 0; p < passes; ++p) ++count[p * radix + ((k >> (p * digit)) & (radix - 1))];
+  }
+  buffer<std::uint64_t> key2;
+  buffer<unsigned> val2;
+  for (unsigned p = 0; p < passes; ++p) {
+    std::size_t* c = count.get() + std::size_t(p) * radix;
+    if (*std::max_element(c, c + radix) == n) continue;
+    if (!key2.get() && (!key2.allocate(n) || !val2.allocate(n))) return false;
+    std::size_t sum = 0;
+    for (unsigned d = 0; d < radix; ++d) {
+      const std::size_t v = c[d];
+      c[d] = sum;
+      sum += v;
+    }
+    const unsigned shift = p * digit;
+    for (std::size_t i = 0; i < n; ++i) {
+      const std::uint64_t k = key[i];
+      const std::size_t to = c[(k >> shift) & (radix - 1)]++;
+      key2[to] = k;
+      val2[to] = val[i];
+    }
+    std::swap(key, key2);
+    std::swap(val, val2);
+  }
+  return true;
+}
+
+// Sum over the cells of a level of the squared number of nodes in the cell, with the nodes
+// sorted by key and the cell code key >> shift.
+std::uint64_t crowding(const std::uint64_t* key, std::size_t n, unsigned shift) {
+  if (n == 0) return 0;
+  std::uint64_t sum = 0, run = 1;
+  for (std::size_t i = 1; i < n; ++i) {
+    if ((key[i] ^ key[i - 1]) >> shift) {
+      sum += run * run;
+      run = 1;
+    } else {
+      ++run;
+    }
+  }
+  return sum + run * run;
+}
+
+template <unsigned D>
+class solver {
+ public:
+  using geo = geometry<D>;
+  static constexpr unsigned B = geo::bits;
+  static constexpr unsigned G = (1u << B) - 1;  // largest fine cell coordinate
+
+  solver(const problem& pb, unsigned* best) : pb_(pb), best_(best) {}
+
+  // Fills best[t] with the smallest k pairing with U1 position t (NONE when none).
+  // false when memory ran out.
+  bool run() {
+    for (std::size_t t = 0; t < pb_.n1; ++t) best_[t] = NONE;
+    const double tol = pb_.tol;
+    if (std::isnan(tol) || pb_.n1 == 0 || pb_.n2 == 0) return true;  // nothing is within a NaN tolerance
+    if (std::isinf(tol)) {
+      infinite_tolerance();
+      return true;
+    }
+    return finite_tolerance();
+  }
+
+ private:
+  const double* coords(unsigned node) const { return pb_.xyz + std::size_t(node) * pb_.ld; }
+  static bool finite(const double* x) {
+    for (unsigned a = 0; a < D; ++a)
+      if (!std::isfinite(x[a])) return false;
+    return true;
+  }
+  static bool has_nan(const double* x) {
+    for (unsigned a = 0; a < D; ++a)
+      if (std::isnan(x[a])) return true;
+    return false;
+  }
+
+  // The closed box of half-width tol around q holds p, and p is within tol of q.
+  bool pairs(const double* q, const double* p) const {
+    const double tol = pb_.tol;
+    for (unsigned a = 0; a < D; ++a)
+      if (!(q[a] - tol <= p[a] && q[a] + tol >= p[a])) return false;
+    double s = 0;
+    for (unsigned a = 0; a < D; ++a) {
+      const double d = q[a] - p[a];
+      s += d * d;
+    }
+    return std::sqrt(s) <= tol;
+  }
+
+  // An infinite tolerance: a query node with finite coordinates reaches every node without a
+  // NaN coordinate (its box is the whole space, distances are at most infinite), and one with
+  // an infinite coordinate reaches none (its box has a NaN bound). So each node pairs first
+  // with the first finite query, or, in mode 1 when that one shares its tag, with the first
+  // finite query of another tag.
+  void infinite_tolerance() {
+    std::size_t f0 = NONE, f1 = NONE;
+    for (std::size_t k = 0; k < pb_.n2 && f1 == NONE; ++k) {
+      if (!finite(coords(pb_.node2(k)))) continue;
+      if (f0 == NONE) {
+        f0 = k;
+        if (!pb_.tag) break;
+      } else if (pb_.tag[k] != pb_.tag[f0]) {
+        f1 = k;
+      }
+    }
+    if (f0 == NONE) return;
+    for (std::size_t t = 0; t < pb_.n1; ++t) {
+      if (has_nan(coords(pb_.node1(t)))) continue;
+      std::size_t k = f0;
+      if (pb_.tag && !eligible(pb_.tag[f0], pb_.tag[t])) k = f1;
+      if (k != NONE && k < pb_.rank_of(t)) best_[t] = unsigned(k);
+    }
+  }
+
+  // Fine cell coordinate along axis a: monotone in x, so a box's cell range holds the cells of
+  // every point in the box whatever the rounding.
+  unsigned fine(double x, unsigned a) const {
+    if (scale_ == 0) return 0;
+    const double u = (0.5 * x - half_min_[a]) * scale_;
+    if (!(u > 0)) return 0;
+    if (u >= double(G)) return G;
+    return unsigned(u);
+  }
+
+  bool finite_tolerance();
+  void sweep_in_curve_order();
+  void sweep_in_query_order();
+
+  std::size_t find_run(std::uint64_t code) const {
+    const std::uint64_t* c = codes_.get();
+    const std::size_t r = std::size_t(std::lower_bound(c, c + runs_, code) - c);
+    return r < runs_ && c[r] == code ? r : NONE_RUN;
+  }
+
+  // Calls f(run) for every occupied cell of the chosen level that the box around q reaches.
+  // `own`: the run of q's own cell when known (the only one when the box stays inside it).
+  template <class F>
+  void for_each_cell(const double* q, std::size_t own, F&& f) const {
+    unsigned lo[D], hi[D];
+    bool single = true;
+    for (unsigned a = 0; a < D; ++a) {
+      lo[a] = fine(q[a] - pb_.tol, a) >> shift_;
+      hi[a] = fine(q[a] + pb_.tol, a) >> shift_;
+      single = single && lo[a] == hi[a];
+    }
+    if (single) {
+      const std::size_t r = own != NONE_RUN ? own : find_run(geo::morton(lo));
+      if (r != NONE_RUN) f(r);
+      return;
+    }
+    unsigned c[D];
+    for (unsigned a = 0; a < D; ++a) c[a] = lo[a];
+    while (true) {
+      const std::size_t r = find_run(geo::morton(c));
+      if (r != NONE_RUN) f(r);
+      unsigned a = 0;
+      while (a < D && c[a] == hi[a]) c[a] = lo[a], ++a;
+      if (a == D) break;
+      ++c[a];
+    }
+  }
+
+  static constexpr std::size_t NONE_RUN = std::size_t(-1);
+
+  const problem& pb_;
+  unsigned* best_;
+  double half_min_[D] = {};
+  double scale_ = 0;
+  unsigned shift_ = 0;  // fine coordinate >> shift_ = cell coordinate at the chosen level
+  std::size_t runs_ = 0;
+  buffer<std::uint64_t> codes_;  // cell code of each run, ascending
+  buffer<unsigned> begin_;       // first record of each run, and the end
+  buffer<record<D>> rec_;
+  buffer<unsigned> live_;  // query-order sweep: end of the live part of each run
+};
+
+template <unsigned D>
+bool solver<D>::finite_tolerance() {
+  const problem& pb = pb_;
+  // Nodes with an infinite or NaN coordinate are never within a finite tolerance of anything.
+  std::size_t m = 0;
+  double lo[D], hi[D];
+  for (unsigned a = 0; a < D; ++a) lo[a] = hi[a] = 0;
+  for (std::size_t t = 0; t < pb.n1; ++t) {
+    const double* x = coords(pb.node1(t));
+    if (!finite(x)) continue;
+    for (unsigned a = 0; a < D; ++a) {
+      if (m == 0 || x[a] < lo[a]) lo[a] = x[a];
+      if (m == 0 || x[a] > hi[a]) hi[a] = x[a];
+    }
+    ++m;
+  }
+  if (m == 0) return true;
+
+  // Grid of 2^B cells along the widest extent; halves keep the extent finite.
+  double half_extent = 0;
+  for (unsigned a = 0; a < D; ++a) {
+    half_min_[a] = 0.5 * lo[a];
+    half_extent = std::max(half_extent, 0.5 * hi[a] - 0.5 * lo[a]);
+  }
+  scale_ = half_extent > 0 ? double(G) / half_extent : 0.0;
+  if (!std::isfinite(scale_)) scale_ = 0;
+  // Finest usable level: cells at least as wide as the tolerance, so that a box reaches at
+  // most about three cells per axis.
+  const double reach = pb.tol * 0.5 * scale_;  // tolerance in fine cells
+  unsigned m_min = 0;
+  while (m_min < B && std::ldexp(1.0, int(m_min)) < reach) ++m_min;
+
+  buffer<std::uint64_t> key;
+  buffer<unsigned> val;
+  if (!key.allocate(m) || !val.allocate(m)) return false;
+  {
+    std::size_t i = 0;
+    for (std::size_t t = 0; t < pb.n1; ++t) {
+      const double* x = coords(pb.node1(t));
+      if (!finite(x)) continue;
+      unsigned c[D];
+      for (unsigned a = 0; a < D; ++a) c[a] = fine(x[a], a) >> m_min;
+      key[i] = geo::morton(c);
+      val[i] = unsigned(t);
+      ++i;
+    }
+  }
+  const unsigned levels = B - m_min;  // coarser levels above m_min
+  if (!radix_sort(key, val, m, D * levels)) return false;
+
+  // Level choice: the coarsest level whose crowding stays close to that of the finest one.
+  const std::uint64_t base = crowding(key.get(), m, 0);
+  const bool clustered = base > 16 * std::uint64_t(m) + 4096;
+  unsigned level = 0;
+  if (!clustered) {
+    const std::uint64_t limit = 2 * base + 2 * std::uint64_t(m);
+    unsigned a = 0, b = levels;  // crowding(a) <= limit
+    while (a < b) {
+      const unsigned mid = (a + b + 1) / 2;
+      if (crowding(key.get(), m, D * mid) <= limit)
+        a = mid;
+      else
+        b = mid - 1;
+    }
+    level = a;
+  }
+  shift_ = m_min + level;
+  const unsigned code_shift = D * level;
+
+  runs_ = 0;
+  for (std::size_t i = 0; i < m; ++i)
+    if (i == 0 || (key[i] ^ key[i - 1]) >> code_shift) ++runs_;
+  if (!codes_.allocate(runs_) || !begin_.allocate(runs_ + 1)) return false;
+  {
+    std::size_t r = 0;
+    for (std::size_t i = 0; i < m; ++i) {
+      if (i == 0 || (key[i] ^ key[i - 1]) >> code_shift) {
+        codes_[r] = code_shift < 64 ? key[i] >> code_shift : 0;
+        begin_[r] = unsigned(i);
+        ++r;
+      }
+    }
+    begin_[runs_] = unsigned(m);
+  }
+  key.reset();
+  if (!rec_.allocate(m)) return false;
+  for (std::size_t i = 0; i < m; ++i) {
+    const unsigned t = val[i];
+    record<D>& r = rec_[i];
+    const double* x = coords(pb.node1(t));
+    for (unsigned a = 0; a < D; ++a) r.x[a] = x[a];
+    r.t = t;
+    r.aux = pb.same ? (pb.tag ? pb.tag[t] : 0u) : pb.rank[t];
+  }
+  val.reset();
+
+  if (pb.same && !clustered) {
+    sweep_in_curve_order();
+  } else {
+    if (!live_.allocate(runs_)) return false;
+    sweep_in_query_order();
+  }
+  return true;
+}
+
+// One list, evenly spread: every node queries its neighbourhood in curve order; a pair is
+// kept from the side of the smaller rank, and each node keeps its smallest pairing rank.
+template <unsigned D>
+void solver<D>::sweep_in_curve_order() {
+  const record<D>* rec = rec_.get();
+  const bool tagged = pb_.tag != nullptr;
+  for (std::size_t r = 0; r < runs_; ++r) {
+    for (std::size_t p = begin_[r]; p < begin_[r + 1]; ++p) {
+      const record<D>& q = rec[p];
+      const unsigned k = q.t;
+      for_each_cell(q.x, r, [&](std::size_t cell) {
+        for (std::size_t s = begin_[cell]; s < begin_[cell + 1]; ++s) {
+          const record<D>& j = rec[s];
+          if (j.t <= k || !pairs(q.x, j.x)) continue;
+          if (tagged && !eligible(q.aux, j.aux)) continue;
+          if (k < best_[j.t]) best_[j.t] = k;
+        }
+      });
+    }
+  }
+}
+
+// Queries in the order of k. A node leaves its cell (swapped behind the cell's live part) once
+// it is merged or its rank is reached, since no later query can pair with it.
+template <unsigned D>
+void solver<D>::sweep_in_query_order() {
+  record<D>* rec = rec_.get();
+  unsigned* live_end = live_.get();  // end of each run's live part
+  for (std::size_t r = 0; r < runs_; ++r) live_end[r] = begin_[r + 1];
+  const bool tagged = pb_.tag != nullptr;
+  for (std::size_t k = 0; k < pb_.n2; ++k) {
+    const double* q = coords(pb_.node2(k));
+    if (!finite(q)) continue;
+    const unsigned tag_q = tagged ? pb_.tag[k] : 0u;
+    for_each_cell(q, NONE_RUN, [&](std::size_t cell) {
+      std::size_t s = begin_[cell], e = live_end[cell];
+      while (s < e) {
+        record<D>& j = rec[s];
+        const unsigned rank = pb_.same ? j.t : j.aux;
+        bool leave = rank <= k;
+        if (!leave && pairs(q, j.x) && (!tagged || eligible(tag_q, j.aux))) {
+          best_[j.t] = unsigned(k);
+          leave = true;
+        }
+        if (leave)
+          std::swap(j, rec[--e]);
+        else
+          ++s;
+      }
+      live_end[cell] = unsigned(e);
+    });
+  }
+}
+
+// Turns the smallest pairing ranks into the renumbering table (one entry per coordinate
+// column) and follows chains of merges to their end. Returns the number of merged nodes.
+int finish(const problem& pb, const unsigned* best, unsigned cols, dense1D<unsigned, 16>& new_IDs) {
+  new_IDs.size = 0;
+  if (!new_IDs.resize(cols)) return ERR_ALLOCATION;
+  unsigned* map = new_IDs.ptr();
+  for (unsigned n = 0; n < cols; ++n) map[n] = n;
+  int count = 0;
+  for (std::size_t t = 0; t < pb.n1; ++t) {
+    if (best[t] == NONE) continue;
+    map[pb.node1(t)] = pb.node2(best[t]);
+    ++count;
+  }
+  if (count == 0) return 0;
+  // Each step of a chain goes to a node of smaller rank, so chains end; path compression
+  // keeps long chains linear.
+  for (std::size_t t = 0; t < pb.n1; ++t) {
+    const unsigned e = pb.node1(t);
+    unsigned root = e;
+    while (map[root] != root) root = map[root];
+    unsigned cur = e;
+    while (map[cur] != root) {
+      const unsigned next = map[cur];
+      map[cur] = root;
+      cur = next;
+    }
+  }
+  return count;
+}
+
+// Solves the problem and writes the table; the count of merges or ERR_ALLOCATION.
+int solve(const problem& pb, unsigned dim, unsigned cols, dense1D<unsigned, 16>& new_IDs) {
+  buffer<unsigned> best;
+  if (!best.allocate(pb.n1)) return ERR_ALLOCATION;
+  const bool ok = dim == 2 ? solver<2>(pb, best.get()).run() : solver<3>(pb, best.get()).run();
+  if (!ok) return ERR_ALLOCATION;
+  return finish(pb, best.get(), cols, new_IDs);
+}
+
+// Distinct entries below `bound` of the runs that visit walks, in the order of their first
+// occurrence. false when memory ran out.
+template <class Visit>
+bool distinct_nodes(Visit&& visit, unsigned bound, buffer<unsigned>& out, std::size_t& count) {
+  std::uint64_t entries = 0;
+  visit([&](const unsigned*, std::size_t n) { entries += n; });
+  count = 0;
+  compaction::index_set seen;
+  if (!seen.prepare(bound, entries)) return false;
+  if (!out.allocate(std::size_t(std::min<std::uint64_t>(entries, bound)))) return false;
+  if (out.size() == 0) return true;
+  count = compaction::append_new(seen, visit, out.get());
+  return true;
+}
+
+void setup_coords(problem& pb, const dense2D<double>& pos) {
+  pb.xyz = pos.storage->data + pos.offset;
+  pb.ld = pos.ld;
+}
+
+}  // namespace
+
+// ---- point lists
+
+int merge(const dense2D<double>& pos, const dense1D<unsigned, 16>& IDs1, const dense1D<unsigned, 16>& IDs2,
+          dense1D<unsigned, 16>& new_IDs, double tolerance) {
+  const dense1D<unsigned, 16> ids1(IDs1), ids2(IDs2);  // unaffected if new_IDs is one of them
+  new_IDs.size = 0;
+  const unsigned cols = pos.cols;
+  if (cols == 0) return 0;
+  if (pos.rows != 2 && pos.rows != 3) return -1;
+  if (!check_IDs(ids1, cols)) return -2;
+  if (!check_IDs(ids2, cols)) return -3;
+  if (tolerance < 0) return -4;
+  if (ids1.size == 0 || ids2.size == 0) return 0;
+
+  const bool same = ids1 == ids2;
+  auto list = [](const dense1D<unsigned, 16>& v) {
+    return [&v](auto&& f) { f(static_cast<const unsigned*>(v.storage->data + v.offset), std::size_t(v.size)); };
+  };
+  buffer<unsigned> U1, U2, rank;
+  std::size_t n1 = 0, n2 = 0;
+  if (!distinct_nodes(list(ids1), cols, U1, n1)) return ERR_ALLOCATION;
+  if (!same && !distinct_nodes(list(ids2), cols, U2, n2)) return ERR_ALLOCATION;
+
+  problem pb;
+  setup_coords(pb, pos);
+  pb.U1 = U1.get();
+  pb.n1 = n1;
+  pb.same = same;
+  pb.n2 = same ? n1 : n2;
+  pb.U2 = same ? U1.get() : U2.get();
+  pb.tol = tolerance;
+  if (!same) {
+    // Rank table over the nodes, then the rank of each node of U1.
+    if (!new_IDs.resize(cols, NONE) || !rank.allocate(n1)) return ERR_ALLOCATION;
+    unsigned* table = new_IDs.ptr();
+    for (std::size_t k = 0; k < n2; ++k) table[U2[k]] = unsigned(k);
+    for (std::size_t t = 0; t < n1; ++t) rank[t] = table[U1[t]];
+    pb.rank = rank.get();
+  }
+  return solve(pb, pos.rows, cols, new_IDs);
+}
+
+int merge(const dense2D<double>& pos, const dense1D<unsigned, 16>& IDs, dense1D<unsigned, 16>& new_IDs,
+          double tolerance) {
+  return merge(pos, IDs, IDs, new_IDs, tolerance);
+}
+
+int merge(dense2D<double>& pos, dense1D<unsigned, 16>& new_IDs, double tolerance) {
+  new_IDs.size = 0;
+  const unsigned cols = pos.cols;
+  if (cols == 0) return 0;
+  if (pos.rows != 2 && pos.rows != 3) return -1;
+  if (tolerance < 0) return -3;
+
+  problem pb;
+  setup_coords(pb, pos);
+  pb.n1 = pb.n2 = cols;
+  pb.same = true;
+  pb.tol = tolerance;
+  const int count = solve(pb, pos.rows, cols, new_IDs);
+  if (count <= 0) return count;
+
+  // Merged nodes take the coordinates of their target. Targets are never merged themselves,
+  // so the columns read are never overwritten, and when no other view shares the block the
+  // columns can be rewritten in place.
+  dense2D<double> C;
+  if (pos.storage->count == 1) {
+    C.shallow_copy(pos);
+  } else if (!C.copy(pos)) {
+    return ERR_ALLOCATION;
+  }
+  const unsigned* map = new_IDs.ptr();
+  const unsigned rows = pos.rows;
+  for (unsigned i = 0; i < cols; ++i) {
+    const unsigned t = map[i];
+    if (t == i) continue;
+    for (unsigned a = 0; a < rows; ++a) C(a, i) = pos(a, t);
+  }
+  pos.shallow_copy(C);
+  return count;
+}
+
+int merge(dense2D<double>& pos, double tolerance) {
+  dense1D<unsigned, 16> new_IDs;
+  return merge(pos, new_IDs, tolerance);
+}
+
+// ---- connectivities
+
+int merge(const dense2D<double>& pos, dense2D<unsigned>* first, dense2D<unsigned>* last,
+          dense1D<unsigned, 16>& new_IDs, double tolerance, unsigned mode) {
+  new_IDs.size = 0;
+  const unsigned cols = pos.cols;
+  if (cols == 0 || first == last) return 0;
+  if (pos.rows != 2 && pos.rows != 3) return -1;
+  if (last < first) return -3;
+  if (tolerance < 0) return -5;
+  if (mode > 2) return -6;
+
+  auto visit = [first, last](auto&& f) {
+    for (const dense2D<unsigned>* c = first; c != last; ++c) detail::for_each_run(*c, f);
+  };
+  buffer<unsigned> U, tags;
+  std::size_t n = 0;
+  if (!distinct_nodes(visit, cols, U, n)) return ERR_ALLOCATION;
+
+  problem pb;
+  setup_coords(pb, pos);
+  pb.U1 = U.get();
+  pb.n1 = pb.n2 = n;
+  pb.same = true;
+  pb.tol = tolerance;
+  if (mode == 1) {
+    // Tag each node with the one connectivity that uses it, or MULTI.
+    if (!new_IDs.resize(cols, NONE) || !tags.allocate(n)) return ERR_ALLOCATION;
+    unsigned* tag = new_IDs.ptr();
+    unsigned ci = 0;
+    for (const dense2D<unsigned>* c = first; c != last; ++c, ++ci) {
+      detail::for_each_run(*c, [tag, ci, cols](const unsigned* p, std::size_t m) {
+        for (std::size_t i = 0; i < m; ++i) {
+          const unsigned v = p[i];
+          if (v >= cols) continue;
+          if (tag[v] == NONE)
+            tag[v] = ci;
+          else if (tag[v] != ci)
+            tag[v] = MULTI;
+        }
+      });
+    }
+    for (std::size_t t = 0; t < n; ++t) tags[t] = tag[U[t]];
+    pb.tag = tags.get();
+  }
+  const int count = solve(pb, pos.rows, cols, new_IDs);
+  if (count < 0) return count;
+  if (mode != 2 && count > 0)
+    for (dense2D<unsigned>* c = first; c != last; ++c) change_indices(*c, new_IDs);
+  return 0;
+}
+
+int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM, dense1D<unsigned, 16>& new_IDs, double tolerance,
+          unsigned mode) {
+  return merge(pos, &connectM, &connectM + 1, new_IDs, tolerance, mode);
+}
+
+int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM1, dense2D<unsigned>& connectM2,
+          dense1D<unsigned, 16>& new_IDs, double tolerance, unsigned mode) {
+  dense2D<unsigned> pair[2] = {connectM1, connectM2};
+  const int status = merge(pos, pair, pair + 2, new_IDs, tolerance, mode);
+  if (status == 0) {
+    connectM1.shallow_copy(pair[0]);
+    connectM2.shallow_copy(pair[1]);
+  }
+  return status;
+}
+
+int merge(const dense2D<double>& pos, dense2D<unsigned>* first, dense2D<unsigned>* last, double tolerance,
+          unsigned mode) {
+  dense1D<unsigned, 16> new_IDs;
+  return merge(pos, first, last, new_IDs, tolerance, mode);
+}
+
+int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM, double tolerance, unsigned mode) {
+  dense1D<unsigned, 16> new_IDs;
+  return merge(pos, &connectM, &connectM + 1, new_IDs, tolerance, mode);
+}
+
+int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM1, dense2D<unsigned>& connectM2, double tolerance,
+          unsigned mode) {
+  dense1D<unsigned, 16> new_IDs;
+  return merge(pos, connectM1, connectM2, new_IDs, tolerance, mode);
+}
+
+int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM) { return merge(pos, connectM, 1e-6, 0u); }
+
+int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM1, dense2D<unsigned>& connectM2) {
+  return merge(pos, connectM1, connectM2, 1e-6, 0u);
+}
+
+}  // namespace kvo::gridkit
