@@ -519,14 +519,32 @@ GRIDKIT_API int H_shock(const dense2D<double>& pos, const dense2D<unsigned>& edg
 // Formats: MEDIT
 // ============================================================================================
 
+// MEDIT formatted mesh file (text, "%E" coordinates with the C library's exponent width): the
+// vertices, then one section per element type present, in element_type order (two types that
+// share a keyword give two sections). Elements are reduced to their corners; pyramids and wedges
+// are written as degenerate hexahedra; ET_FACE_MIXED / ET_SOLID_MIXED are split by shape. The
+// reference of an element is the position of its matrix in [first, last).
+// Checks, in order, all before the file is created: -2 pos has 0 or more than 3 rows; -4 first
+// past last; -5 range size differs from FEtypes.size; -3 a matrix fails check_IDs against the
+// node count (a non-empty matrix whose type is not an element_type value fails too). Then -1 when
+// the file can't be opened, ERR_ALLOCATION when a mixed matrix can't be copied. Write errors are
+// not reported.
 GRIDKIT_API int medit_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>* first,
                              const dense2D<unsigned>* last, const dense1D<int, 16>& FEtypes);
 GRIDKIT_API int medit_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM,
                              element_type FE_type);
 GRIDKIT_API int medit_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM1,
                              const dense2D<unsigned>& connectM2, element_type FE_type1, element_type FE_type2);
+// The reference written is each element's flag; elements flagged NULL_INDEX are left out (and not
+// checked). Empty connectM: 0 at once, no file. -5 flags.size differs from the column count; -6
+// the grouped copy can't be allocated; then the range form's codes. Large flag values cost no
+// memory (elements are grouped by sorting, not by one matrix per flag value).
 GRIDKIT_API int medit_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM,
                              element_type FE_type, const dense1D<unsigned, 16>& flags);
+// Solution files: header "dim 1 n 2" then the values "%E " eight per line (a last, possibly
+// empty, line holds the rest); "dim rows cols 2" then one line per column; tensors: "2|3 rows
+// cols 2" from 3 or 6 rows, components as stored. -1 when the file can't be opened; the tensor
+// writer opens first and then returns -2 for another row count, leaving an empty file.
 GRIDKIT_API int medit_scalar(const char* filename, unsigned dim, const dense1D<double, 16>& sol);
 GRIDKIT_API int medit_vector(const char* filename, unsigned dim, const dense2D<double>& sol);
 GRIDKIT_API int medit_tensor(const char* filename, const dense2D<double>& sol);
@@ -535,10 +553,20 @@ GRIDKIT_API int medit_tensor(const char* filename, const dense2D<double>& sol);
 // Formats: VTK
 // ============================================================================================
 
+// Appends the VTK cells of one matrix: per element the linear cell (tetrahedra as 0 1 3 2), then,
+// when the matrix has more rows than corners, a poly-vertex cell (type 2) of the other nodes.
+// -1 the mixed layout is wrong or fewer rows than corners; -2 no VTK cell for the type (also any
+// value outside element_type); ERR_ALLOCATION with the lists unchanged.
 GRIDKIT_API int vtk_convert(const dense2D<unsigned>& connectM, element_type FE_type, unsigned& nbr_cells,
                             dense1D<unsigned, 16>& cells, dense1D<unsigned, 16>& cell_types);
+// Writes a legacy ASCII unstructured grid ("%f" points, 2-D padded with 0) to an open stream,
+// which is neither flushed nor closed. -1 null stream; -2 pos has neither 2 nor 3 rows; -4 the
+// cell list holds fewer than nbr_cells complete cells (nothing is written).
 GRIDKIT_API int vtk_output(std::FILE* stream, const dense2D<double>& pos, unsigned nbr_cells,
                            const dense1D<unsigned, 16>& cells, const dense1D<unsigned, 16>& cell_types);
+// File forms: the file is opened first (-1), so every later failure leaves it empty: -2 pos rows,
+// -4 first past last, -5 range size, -3 check_IDs against the node count, then vtk_convert's code
+// for a family without VTK cells. Mixed types are split by shape as in medit_output.
 GRIDKIT_API int vtk_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>* first,
                            const dense2D<unsigned>* last, const dense1D<int, 16>& FEtypes);
 GRIDKIT_API int vtk_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM,
@@ -550,6 +578,13 @@ GRIDKIT_API int vtk_output(const char* filename, const dense2D<double>& pos, con
 // Formats: EnSight
 // ============================================================================================
 
+// EnSight ASCII geometry with node and element ids in fixed-width columns ("%8d", "%12.5e"); one
+// part per matrix, numbered by its position from 1. Empty matrices and types without an EnSight
+// keyword (ET_NONE, ET_NODE1, ET_EDGE_ANY, the mixed types, pyramids) write no part but keep their
+// number; tetrahedra swap corners 1 and 2; ET_TRIA6 parts list every element twice (corner
+// order 0 1 2 5 3 4, then 0 to 5). The file is opened first (-1); later failures leave it empty:
+// -2 pos has 0 or more than 3 rows, -4 last before first, -5 range size, -3 a mixed matrix with a
+// wrong layout or a matrix with fewer rows than the nodes written. Node indices are not bounded.
 GRIDKIT_API int ensight_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>* first,
                                const dense2D<unsigned>* last, const dense1D<int, 16>& FEtypes);
 GRIDKIT_API int ensight_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM,
