@@ -3,7 +3,8 @@
 // The tree holds node indices only; coordinates are read from the caller's matrix at every
 // query. Its shape is fixed by the insertion rule (axis = depth mod dim, ties go right) and by
 // the insertion order (a shuffle driven by MT19937 seeded with 1). Tree nodes live in one
-// contiguous array of 4 unsigned per node: point index, left child, right child, spare.
+// contiguous array of 4 unsigned per node: point index, left child, right child, and the point
+// index of the right child (so that a walk can prefetch both children's coordinates at once).
 #ifndef GRIDKIT_SPATIAL_KDTREE_HPP
 #define GRIDKIT_SPATIAL_KDTREE_HPP
 
@@ -21,8 +22,8 @@
 namespace kvo::gridkit::spatial {
 
 constexpr unsigned none = 0xFFFFFFFFu;
-constexpr unsigned node_stride = 4;  // point index, left, right, spare
-constexpr unsigned f_idx = 0, f_left = 1, f_right = 2;
+constexpr unsigned node_stride = 4;  // point index, left, right, point index of right
+constexpr unsigned f_idx = 0, f_left = 1, f_right = 2, f_right_idx = 3;
 
 // Shuffles v[0..n) in place: for k = 1..n-1, j is drawn uniform in [0, k] from MT19937 (seed 1)
 // outputs masked to the smallest all-ones mask covering k, rejecting values above k.
@@ -83,7 +84,7 @@ struct node_array {
     p[f_idx] = idx;
     p[f_left] = none;
     p[f_right] = none;
-    p[3] = 0;
+    p[f_right_idx] = 0;
     return count++;
   }
 };
@@ -104,6 +105,7 @@ bool insert_walk(node_array& nodes, const coord_view& cv, unsigned idx) {
     const unsigned c = pn[side];
     if (c == none || c >= s) {
       pn[side] = s;
+      if (side == f_right) pn[f_right_idx] = idx;
       return true;
     }
     p = c;
@@ -164,7 +166,10 @@ bool insert_bulk(node_array& nodes, const coord_view& cv, const unsigned* order,
       target = nodes.append(items[b].idx);  // cannot fail: room was reserved above
       if (target == none) break;
       nd = nodes.data();
-      if (w.parent != none) nd[std::size_t(w.parent) * node_stride + w.side] = target;
+      if (w.parent != none) {
+        nd[std::size_t(w.parent) * node_stride + w.side] = target;
+        if (w.side == f_right) nd[std::size_t(w.parent) * node_stride + f_right_idx] = items[b].idx;
+      }
       split = items[b].c[w.axis];
       ++b;
     } else {
@@ -215,6 +220,17 @@ class small_stack {
   std::vector<T> heap_;
 };
 
+// Asks for the tree nodes and coordinates of both children of pn ahead of their use: the walks
+// are bound by memory latency, not by arithmetic. Left children are usually the next column
+// (subtrees are laid out in preorder), right children carry their point index in the parent.
+inline void prefetch_children(const unsigned* nd, const coord_view& cv, const unsigned* pn) {
+  if (pn[f_left] != none) __builtin_prefetch(cv.at(nd[std::size_t(pn[f_left]) * node_stride + f_idx]));
+  if (pn[f_right] != none) {
+    __builtin_prefetch(nd + std::size_t(pn[f_right]) * node_stride);
+    __builtin_prefetch(cv.at(pn[f_right_idx]));
+  }
+}
+
 // Nearest tree node to P, skipping tree nodes whose index is `skip`. First a descent by the tree
 // order keeping the first strictly closest node (squared distances), then a depth-first search
 // from the root with the Euclidean radius of that node, right subtree before left. A NaN
@@ -231,6 +247,7 @@ unsigned nearest(const unsigned* nd, unsigned count, const coord_view& cv, const
       const unsigned* pn = nd + std::size_t(p) * node_stride;
       const unsigned idx = pn[f_idx];
       const double* x = cv.at(idx);
+      prefetch_children(nd, cv, pn);
       if (idx != skip) {
         double d2 = 0.0;
         for (unsigned k = 0; k < D; ++k) {
@@ -264,6 +281,7 @@ unsigned nearest(const unsigned* nd, unsigned count, const coord_view& cv, const
       const unsigned* pn = nd + std::size_t(p) * node_stride;
       const unsigned idx = pn[f_idx];
       const double* x = cv.at(idx);
+      prefetch_children(nd, cv, pn);
       bool inside = true;
       for (unsigned k = 0; k < D; ++k) inside = inside && P[k] - r <= x[k] && P[k] + r >= x[k];
       if (inside && idx != skip) {
@@ -315,6 +333,7 @@ void in_box(const unsigned* nd, unsigned count, const coord_view& cv, const doub
     const pending w = stack.pop();
     const unsigned* pn = nd + std::size_t(w.node) * node_stride;
     const double* x = cv.at(pn[f_idx]);
+    prefetch_children(nd, cv, pn);
     const unsigned a = w.axis;
     const bool go_left = lo[a] <= x[a];
     const bool go_right = hi[a] >= x[a];

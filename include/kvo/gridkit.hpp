@@ -104,7 +104,13 @@ GRIDKIT_API int get_IDs(const dense2D<unsigned>& connect1, const dense2D<unsigne
 // Spatial search: node detector
 // ============================================================================================
 
-// A k-d tree over columns of a coordinate matrix, which it refers to and does not copy.
+// A k-d tree over columns of a coordinate matrix (2 or 3 rows), which it refers to and does not
+// copy: it keeps a view sharing the matrix's storage and reads the values at every query, so
+// values changed in place are seen (through a tree shaped by the old ones). Nodes are inserted
+// in a fixed pseudo-random order (MT19937 seeded with 1), so equal inputs give equal trees.
+// Splitting axis = depth mod dimension, ties go right. Queries are const and may run
+// concurrently; insert/reinit need exclusive use. Queries whose dimension differs from the
+// tree's find nothing. A NaN distance counts as infinite.
 class GRIDKIT_API node_detector {
  public:
   node_detector();
@@ -116,20 +122,35 @@ class GRIDKIT_API node_detector {
   node_detector& operator=(const node_detector& other);
   ~node_detector();
 
+  // Drops the tree; the detector becomes empty.
   void clear();
+  // New tree over all columns. -1 (detector left empty) unless pos has 2 or 3 rows.
   int reinit(const dense2D<double>& pos);
+  // New tree over the listed nodes (duplicates kept). -1: pos has neither 2 nor 3 rows; -2: an
+  // index is not below pos.cols. On failure the previous tree is kept.
   int reinit(const dense2D<double>& pos, const dense1D<unsigned, 16>& indices);
+  // New tree over the distinct non-null nodes of the connectivities (first occurrence order,
+  // column by column; null pointers allowed). Codes as for the list form.
   int reinit(const dense2D<double>& pos, const dense2D<unsigned>& connectM);
   int reinit(const dense2D<double>& pos, const dense2D<unsigned>* connectM1, const dense2D<unsigned>* connectM2);
+  // Adds the listed nodes (or the distinct nodes of the elements); indices not below the column
+  // count are skipped. Returns how many were added (0 for an empty detector).
   unsigned insert(const dense1D<unsigned, 16>& indices);
   unsigned insert(const dense2D<unsigned>& connectM);
+  // Nearest node to P; of several at the same distance, the first met by the search.
+  // NULL_INDEX for an empty detector.
   unsigned find_closest(const vector_fixed<double, 2>& P) const;
   unsigned find_closest(const vector_fixed<double, 3>& P) const;
+  // Nearest node other than `node` (a coincident duplicate is found at distance 0); NULL_INDEX
+  // when node is not a column of the coordinates or no other node is in the tree.
   unsigned find_closest(unsigned node) const;
+  // Appends (keeping earlier entries) every node inside the closed box, in tree preorder; a
+  // node inserted twice is reported twice. A box with min above max on an axis finds nothing.
   void find_in_box(const vector_fixed<double, 2>& box_min, const vector_fixed<double, 2>& box_max,
                    dense1D<unsigned, 16>& found) const;
   void find_in_box(const vector_fixed<double, 3>& box_min, const vector_fixed<double, 3>& box_max,
                    dense1D<unsigned, 16>& found) const;
+  // Number of tree nodes (0 when empty).
   unsigned size() const;
 
  private:
