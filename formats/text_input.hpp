@@ -38,13 +38,23 @@ inline bool starts_with_nocase(const char* p, const char* end, const char* w, st
   return true;
 }
 
-// True when [p, end) contains the lower-case word w, compared case-insensitively.
+// True when [p, end) contains the lower-case word w, compared case-insensitively. Looks first
+// right after the leading blanks (where keywords usually are), then at every occurrence of the
+// word's last letter, found with memchr.
 inline bool contains_nocase(const char* p, const char* end, const char* w) noexcept {
   const std::size_t n = std::strlen(w);
   if (n == 0) return true;
-  const unsigned char first = static_cast<unsigned char>(w[0]);
-  for (; std::size_t(end - p) >= n; ++p)
-    if (lower(static_cast<unsigned char>(*p)) == first && starts_with_nocase(p + 1, end, w + 1, n - 1)) return true;
+  if (starts_with_nocase(skip_space(p, end), end, w, n)) return true;
+  if (std::size_t(end - p) < n) return false;
+  const unsigned char last = static_cast<unsigned char>(w[n - 1]);
+  const unsigned char variants[2] = {last, unsigned(last - 'a') < 26u ? static_cast<unsigned char>(last - 32) : last};
+  for (int k = 0; k < (variants[1] != last ? 2 : 1); ++k) {
+    for (const char* s = p + n - 1; s < end; ++s) {
+      s = static_cast<const char*>(std::memchr(s, variants[k], std::size_t(end - s)));
+      if (!s) break;
+      if (starts_with_nocase(s - (n - 1), end, w, n)) return true;
+    }
+  }
   return false;
 }
 
@@ -160,42 +170,13 @@ inline const char* scan_double(const char* p, const char* end, double& value) no
   // Decimal: digits, optional point and digits (at least one digit in all), optional exponent.
   const char* m = p;
   const char* q = p;
-  std::uint64_t w = 0;
-  int sig = 0;          // significant digits accumulated in w
-  long long dropped = 0;  // integer digits beyond the 19 kept
-  bool exact = true;      // w holds every significant digit
-  while (q != end && is_digit(static_cast<unsigned char>(*q))) {
-    const unsigned d = unsigned(*q - '0');
-    if (sig < 19) {
-      if (w || d) {
-        w = w * 10 + d;
-        ++sig;
-      }
-    } else {
-      ++dropped;
-      if (d) exact = false;
-    }
-    ++q;
-  }
+  std::uint64_t w = 0;  // all the digits, exact while there are at most 19 of them
+  while (q != end && is_digit(static_cast<unsigned char>(*q))) w = w * 10 + unsigned(*q++ - '0');
   const long long int_digits = q - m;
-  long long frac_used = 0;
   const char* frac = q;
   if (q != end && *q == '.') {
-    ++q;
-    frac = q;
-    while (q != end && is_digit(static_cast<unsigned char>(*q))) {
-      const unsigned d = unsigned(*q - '0');
-      if (sig < 19) {
-        if (w || d) {
-          w = w * 10 + d;
-          ++sig;
-        }
-        ++frac_used;
-      } else if (d) {
-        exact = false;
-      }
-      ++q;
-    }
+    frac = ++q;
+    while (q != end && is_digit(static_cast<unsigned char>(*q))) w = w * 10 + unsigned(*q++ - '0');
   }
   const long long frac_digits = q - frac;
   if (int_digits + frac_digits == 0) return nullptr;
@@ -214,12 +195,12 @@ inline const char* scan_double(const char* p, const char* end, double& value) no
     q = r;
   }
   double v;
-  const long long scale = e10 + dropped - frac_used;  // value = w * 10^scale when exact
-  if (w == 0 && exact) {
-    v = 0.0;
-  } else if (exact && w <= (std::uint64_t(1) << 53) && scale >= -22 && scale <= 22) {
+  const long long scale = e10 - frac_digits;  // value = w * 10^scale
+  if (int_digits + frac_digits <= 19 && w <= (std::uint64_t(1) << 53) && scale >= -22 && scale <= 22) {
     // Both operands are exact doubles: one correctly rounded operation.
     v = scale >= 0 ? double(w) * detail::exact_powers_of_ten[scale] : double(w) / detail::exact_powers_of_ten[-scale];
+  } else if (int_digits + frac_digits <= 19 && w == 0) {
+    v = 0.0;
   } else {
     const auto res = std::from_chars(m, conv_end, v, std::chars_format::general);
     if (res.ec == std::errc::result_out_of_range) {
@@ -230,7 +211,7 @@ inline const char* scan_double(const char* p, const char* end, double& value) no
         if (*s != '0') break;
         --pos;
       }
-      v = detail::out_of_range_value(pos - 1 + e10 + 1);
+      v = detail::out_of_range_value(pos + e10);
     } else if (res.ec != std::errc()) {
       v = 0.0;
     }
@@ -291,6 +272,8 @@ class line_reader {
     }
   }
   bool failed() const noexcept { return failed_; }
+  // False when no NUL byte was read since the last block boundary: lines then need no NUL scan.
+  bool may_hold_nul() const noexcept { return nul_; }
 
  private:
   // Keeps the unread bytes, makes room (growing for long lines) and reads one more block.
@@ -312,6 +295,7 @@ class line_reader {
       cap_ = want;
     }
     const std::size_t got = std::fread(buf_ + end_, 1, cap_ - end_, file_);
+    nul_ = std::memchr(buf_, '\0', end_ + got) != nullptr;
     end_ += got;
     if (got == 0) eof_ = true;
     return true;
@@ -321,7 +305,7 @@ class line_reader {
   std::size_t block_;
   char* buf_ = nullptr;
   std::size_t cap_ = 0, pos_ = 0, end_ = 0;
-  bool eof_ = false, failed_ = false;
+  bool eof_ = false, failed_ = false, nul_ = false;
 };
 
 }  // namespace textin
