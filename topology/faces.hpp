@@ -129,6 +129,7 @@ struct traits {
 // Nodes of face j of column c into v[0 .. S-1]; an unused slot reads as NULL_INDEX.
 template <unsigned S>
 inline void face_nodes(const unsigned* c, const face_table& t, unsigned j, unsigned* v) noexcept {
+#pragma GCC unroll 4
   for (unsigned k = 0; k < S; ++k) {
     const unsigned char l = t.node[j][k];
     v[k] = l == NO_SLOT ? NULL_INDEX : c[l];
