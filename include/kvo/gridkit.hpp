@@ -617,21 +617,52 @@ GRIDKIT_API int ensight_output(const char* filename, const dense2D<double>& pos,
 // Formats: STL
 // ============================================================================================
 
+// Writes the triangles (3-row connectivity) as an ASCII STL file ("solid KVO", facets with "%le"
+// numbers) or a binary one (80-byte header "KVO STL Binary", little-endian facet count, float
+// normals and vertices, zero attribute). Normals are the unit (P1-P0)x(P2-P0), or 0 for a
+// facet of zero area; 2-row coordinates are written with z = 0. The file is created first, so
+// a failed check leaves it empty. -1: the file can't be opened or a write failed; -2: pos has
+// neither 2 nor 3 rows; -3: connectM fails check_IDs(connectM, ET_TRIA3, pos.cols).
 GRIDKIT_API int STL_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM,
                            bool ascii);
+// Reads an ASCII STL file (keywords in any case, lines cut every 255 bytes, numbers as "%lg"
+// reads them) or, when that fails, a binary one. Coincident vertices become shared nodes:
+// exactly equal ones (non-finite vertices never), then those within 5 % of the smallest non-zero
+// facet height (merge), after which collapsed facets and unused nodes are removed. When every
+// facet is flat, each facet keeps three nodes of its own. pos gets 3 rows, connectM 3 rows;
+// nodes are numbered in the order of their first use. -1: the file can't be opened or (binary)
+// its header is short; -3: a malformed or missing line, or a short binary read; ERR_ALLOCATION;
+// or the status of the merge. After a failure pos and connectM are empty.
 GRIDKIT_API int STL_input(const char* filename, dense2D<double>& pos, dense2D<unsigned>& connectM);
 
 // ============================================================================================
 // Formats: Wavefront OBJ
 // ============================================================================================
 
+// Writes " v x y z " lines (8 digits after the point, z = 0 for 2-row coordinates), then " vt "
+// and " vn " lines when texcoords (2 rows) and normals (3 rows) are given, one per node, then
+// " f " lines for trias and quads with node references "i/t/n" (1-based; t and n are the node's
+// own number, left empty when that list isn't written, so "5//" or "5//5"). The file is created
+// first, so a failed check leaves it empty. -1: the file can't be opened or a write failed;
+// -2: pos has neither 2 nor 3 rows; -3: normals not 3 x pos.cols; -4: texcoords not
+// 2 x pos.cols; -5: trias not 3 rows; -6: quads not 4 rows. Node numbers aren't bounded.
 GRIDKIT_API int WavefrontOBJ_output(const char* filename, const dense2D<double>& pos, const dense2D<double>& normals,
                                     const dense2D<double>& texcoords, const dense2D<unsigned>& trias,
                                     const dense2D<unsigned>& quads);
+// ET_TRIA3 or ET_QUAD4 faces; any other type writes the nodes only.
 GRIDKIT_API int WavefrontOBJ_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM,
                                     element_type FE_type);
+// Each connectivity goes to the faces of its type (two of one type are written one after the
+// other); a connectivity of another type is left out.
 GRIDKIT_API int WavefrontOBJ_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM1,
                                     const dense2D<unsigned>& connectM2, element_type FE_type1, element_type FE_type2);
+// Reads "v" (3 values or more: the first 3 kept), "vn" (exactly 3), "vt" (1 to 3; the first line
+// sets the row count, later lines with another count are dropped) and "f" lines; other lines are
+// ignored. A face reference "n", "n/t", "n//m" or "n/t/m" keeps the node only: n - 1, or the
+// number of nodes read so far for n = 0 (a negative n wraps around). Faces of 3 nodes go to
+// trias, of 4 to quads, others are dropped. -1: the file can't be opened; -2: a line with the
+// wrong number of values, a malformed reference (or one beyond 32 bits), or a texture or normal
+// reference before any "vt" or "vn" line. The outputs keep what was read before a failing line.
 GRIDKIT_API int WavefrontOBJ_input(const char* filename, dense2D<double>& pos, dense2D<double>& normals,
                                    dense2D<double>& texcoords, dense2D<unsigned>& trias, dense2D<unsigned>& quads);
 
