@@ -90,7 +90,8 @@ inline void rebuild_3d(const double* v, const double* l, double* m) {
 }
 
 // Full eigen decomposition of a packed 3-D tensor through LAPACK (values ascending, orthonormal
-// vectors as the columns of v). Non-finite entries fail without calling the solver.
+// vectors as the columns of v). Non-finite entries fail without calling the solver (which would
+// report success with NaN values); so do eigenvalues that overflow.
 bool eigen_3d(const double* m, double* values, double* vectors);
 
 // Validity (smallest eigenvalue > 0) of one packed tensor. The 3-D test answers clear cases from

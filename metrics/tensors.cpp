@@ -270,7 +270,8 @@ bool eigen_3d(const double* m, double* values, double* vectors) {
   const int order = 3, ldz = 3;
   int info = 0;
   dspev_("V", "U", &order, ap, values, vectors, &ldz, work, &info, 1, 1);
-  return info == 0;
+  // The solver may report success with values that overflowed; those are failures here as in 2-D.
+  return info == 0 && std::isfinite(values[0]) && std::isfinite(values[1]) && std::isfinite(values[2]);
 }
 
 bool is_valid_3d(const double* m) {

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <random>
 #include <vector>
 
 #include <kvo/gridkit.hpp>
@@ -157,4 +158,36 @@ TEST(MetricFields, Conversions) {
   EXPECT_EQ(m(0, 0), 1); EXPECT_EQ(m(1, 0), 2); EXPECT_EQ(m(2, 0), 3);
   // column 1: tangents 2z and x: (4 * 4, 2 * m13, m11) = (16, 0, 2)
   EXPECT_EQ(m(0, 1), 16); EXPECT_EQ(m(1, 1), 0); EXPECT_EQ(m(2, 1), 2);
+}
+
+// Hostile entries (NaN, infinities, huge, tiny, negative): bounding with finite limits must leave
+// every tensor valid with its eigenvalues inside the limits, whatever it held before.
+TEST(MetricFields, BoundingRepairsAnything) {
+  std::mt19937 g(17);
+  const double pool[] = {NaN, inf, -inf, 1e308, -1e300, 1e160, 1e-300, 0, -1, 1, 0.5, 3, 1e4, 1e-7};
+  for (unsigned rows : {3u, 6u}) {
+    dense2D<double> m(rows, 5000);
+    for (unsigned j = 0; j < m.cols; ++j)
+      for (unsigned i = 0; i < rows; ++i) m(i, j) = pool[g() % 14] * (g() % 2 ? 1.0 : 0.7);
+    const int changed = bound_metrics(m, 0.01, 100);
+    EXPECT_GT(changed, 0);
+    EXPECT_LE(changed, int(m.cols));
+    ASSERT_TRUE(are_valid_metrics(m));
+    for (unsigned j = 0; j < m.cols; ++j) {
+      double lmin, lmax;
+      if (rows == 3) {
+        vector_fixed<double, 2> w;
+        matrix_fixed<double, 2, 2> v;
+        ASSERT_TRUE(eigen_pairs(symmetric_fixed<double, 2>{{m(0, j), m(1, j), m(2, j)}}, w, v));
+        lmin = w[0], lmax = w[1];
+      } else {
+        vector_fixed<double, 3> w;
+        matrix_fixed<double, 3, 3> v;
+        ASSERT_TRUE(eigen_pairs(symmetric_fixed<double, 3>{{m(0, j), m(1, j), m(2, j), m(3, j), m(4, j), m(5, j)}}, w, v));
+        lmin = w[0], lmax = w[2];
+      }
+      EXPECT_GE(lmin, 1e-4 - 1e-10) << j;  // rebuilding costs rounding of the order of 1e-16 * lmax
+      EXPECT_LE(lmax, 1e4 * (1 + 1e-12)) << j;
+    }
+  }
 }

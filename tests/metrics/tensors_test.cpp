@@ -114,6 +114,7 @@ TEST(EigenPairs, RandomStandardAndGeneralized) {
   }
   EXPECT_FALSE(eigen_pairs(S3{{1, 0, 1, 0, NaN, 1}}, w3, v3));
   EXPECT_FALSE(eigen_pairs(S3{{1, 0, inf, 0, 0, 1}}, w3, v3));
+  EXPECT_FALSE(eigen_pairs(S3{{1e308, 1e308, 1e308, 0, 0, 1}}, w3, v3));  // finite, but a value overflows
   // the generalized problem needs a positive definite A
   for (const S2& a : {S2{{1, 2, 1}}, S2{{0, 0, 0}}, S2{{-1, 0, 1}}, S2{{NaN, 0, 1}}})
     EXPECT_FALSE(eigen_pairs(a, S2{{1, 0, 1}}, w2, v2));
