@@ -355,12 +355,40 @@ GRIDKIT_API int clip(const dense2D<double>& pos, const dense2D<unsigned>& connec
 // Topology: neighbours and boundaries
 // ============================================================================================
 
+// Supported types: ET_EDGE2, ET_TRIA3, ET_QUAD4, ET_FACE_MIXED (3 rows: read as ET_TRIA3; 4 rows:
+// a null 4th node makes a triangle), ET_TETRA4, ET_PYRAMID5, ET_WEDGE6, ET_HEXA8, ET_SOLID_MIXED
+// (8 rows). Local faces, in node order (a triangular face of a 4-row family carries NULL_INDEX
+// in its 4th row):
+//   edge (1) (0); triangle (1,2) (2,0) (0,1); quadrangle (0,1) (1,2) (2,3) (3,0);
+//   tetrahedron (1,2,3) (2,0,3) (1,3,0) (2,1,0); pyramid (0,4,1) (1,4,2) (2,4,3) (3,4,0) (0,1,2,3);
+//   wedge (0,1,2) (3,5,4) (2,1,4,5) (5,3,0,2) (0,3,4,1);
+//   hexahedron (0,3,7,4) (1,5,6,2) (0,4,5,1) (3,2,6,7) (0,1,2,3) (4,7,6,5).
+// Faces per element nf: 2, 3, 4, 4 (mixed faces), 4, 5, 5, 6, 6 (mixed solids); face j of
+// element e has the identifier nf*e + j. Faces are equal when they hold the same node, the same
+// pair, or the same cycle of 3 or 4 nodes in either direction; a triangle never equals a
+// four-node face.
+// Checks, in order: empty connectivity -> 0; check_IDs(connectM, type, NULL_INDEX) fails -> -1;
+// unsupported type -> -2; row count not the type's -> -1.
+
+// Neighbour matrix (nf x elements, replaced): the element across each face, NULL_INDEX for an
+// open face or an unused face row. Three or more equal faces get NULL_INDEX, or, with
+// keep_non_manifold, the first face (lowest identifier) points at the element of the last one
+// and every other face at the element of the first. The output is cleared on entry and gets
+// storage of its own. 0, -1, -2 or ERR_ALLOCATION (output then cleared).
 GRIDKIT_API int get_neighbors(const dense2D<unsigned>& connectM, element_type FE_type, bool keep_non_manifold,
                               dense2D<unsigned>& neighbors);
+// Appends one column per used face of every element (element, then local face order); face rows:
+// 1 (edges), 2 (surface types), 3 (tetrahedra), 4 (other solids). -2 when a non-empty output
+// has another row count.
 GRIDKIT_API int get_element_boundaries(const dense2D<unsigned>& connectM, element_type FE_type,
                                        dense2D<unsigned>& boundaries);
+// Appends the faces whose neighbour entry is NULL_INDEX, as get_element_boundaries writes them.
+// -2 when the neighbour matrix is not nf x elements, -3 when a non-empty output has another row
+// count.
 GRIDKIT_API int get_mesh_boundaries(const dense2D<unsigned>& connectM, const dense2D<unsigned>& neighbors,
                                     element_type FE_type, dense2D<unsigned>& boundaries);
+// Appends the identifiers nf*e + j of the faces whose neighbour entry is NULL_INDEX. -2 when the
+// neighbour matrix is not nf x elements.
 GRIDKIT_API int get_mesh_bounding_elements(const dense2D<unsigned>& connectM, const dense2D<unsigned>& neighbors,
                                            element_type FE_type, dense1D<unsigned, 16>& faces);
 
@@ -368,15 +396,39 @@ GRIDKIT_API int get_mesh_bounding_elements(const dense2D<unsigned>& connectM, co
 // Topology: subdomains, graphs and face sorting
 // ============================================================================================
 
+// NULL_INDEX entries are skipped wherever nodes are read. Compressed-row results: offsets of
+// N + 1 entries (N = largest node + 1, 1 when all entries are null), row n from offsets[n] to
+// offsets[n+1] of the values. 0 or ERR_ALLOCATION (also when N + 1 does not fit 32 bits).
+
+// ancestors[n] = last element using node n. An empty output is first sized to max_ID + 1 entries
+// of NULL_INDEX; a non-empty one is kept and its size bounds the nodes written. An empty
+// connectivity leaves it untouched.
 GRIDKIT_API int get_ancestors(const dense2D<unsigned>& connectM, dense1D<unsigned, 16>& ancestors);
+// Elements of each node, ascending, once per occurrence. Empty connectivity: offsets {0}.
 GRIDKIT_API int get_connected_elements(const dense2D<unsigned>& connectM, dense1D<unsigned, 16>& offsets,
                                        dense1D<unsigned, 16>& elements);
+// Distinct other nodes sharing an element with each node, by first appearance (ascending
+// element, then local order). Empty connectivity: offsets {0}.
 GRIDKIT_API int get_node_graph(const dense2D<unsigned>& connectM, dense1D<unsigned, 16>& offsets,
                                dense1D<unsigned, 16>& neighbours);
+// Face-connected components of a neighbour matrix: every element once in `elements`, grouped by
+// component; component k is elements[offsets[k]] up to elements[offsets[k+1]]. Components are
+// numbered by their smallest element and filled breadth-first (rows in order). Entries not below
+// the column count (NULL_INDEX included) are no neighbours. 0 or ERR_ALLOCATION.
 GRIDKIT_API int get_subdomains(const dense2D<unsigned>& neighbors, dense1D<unsigned, 16>& elements,
                                dense1D<unsigned, 16>& offsets);
+// The same, with both matrices replaced by copies whose columns are grouped by component and the
+// neighbour entries renamed to the new columns. -1 (nothing changed) when the two matrices have
+// different column counts; ERR_ALLOCATION empties both matrices and the offsets.
 GRIDKIT_API int get_subdomains(dense2D<unsigned>& connectM, dense2D<unsigned>& neighbors,
                                dense1D<unsigned, 16>& offsets);
+// Groups the columns of a mixed connectivity in place by node count (entries before the first
+// NULL_INDEX), decreasing, ties in former column order; columns without nodes are dropped.
+// node_counts/group_ends: one entry per group, the end being one past its last column ({NULL_INDEX}
+// and {0} when no column has nodes). new_positions[e] = new column of former column e, NULL_INDEX
+// when dropped. A non-empty neighbour matrix moves along and its entries below the column count
+// are renamed through new_positions. -1 (nothing changed) when a non-empty neighbour matrix has
+// another column count; otherwise 0 (allocation failures are not reported).
 GRIDKIT_API int sort_elfes(dense2D<unsigned>& connectM, dense2D<unsigned>& neighbors, dense1D<unsigned, 16>& node_counts,
                            dense1D<unsigned, 16>& group_ends, dense1D<unsigned, 16>& new_positions);
 GRIDKIT_API int sort_elfes(dense2D<unsigned>& connectM, dense1D<unsigned, 16>& node_counts,

@@ -1,6 +1,7 @@
 // Element neighbours across faces.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 #include "common/meshgen.hpp"
@@ -100,6 +101,73 @@ TEST(Neighbors, RandomMeshesAgainstBruteForce) {
       expect_matches_reference(strided(c), t, round % 2, "strided");
     }
   }
+}
+
+TEST(Neighbors, FansAroundOneNodeWithRepeatedTriangles) {
+  // Many faces share the smallest node 0: long runs of faces to group, repeated and flipped.
+  std::mt19937 rng(3);
+  for (unsigned fan : {6u, 12u, 80u}) {
+    U2 c(3, 2 * fan);
+    for (unsigned i = 0; i < fan; ++i) {
+      c(0, i) = 0, c(1, i) = 1 + i, c(2, i) = 1 + (i + 1) % fan;
+      const unsigned k = rng() % fan;  // a copy of a random triangle, rotated or flipped
+      const unsigned v[3] = {0, 1 + k, 1 + (k + 1) % fan};
+      const unsigned r = rng() % 3;
+      const bool flip = rng() % 2;
+      for (unsigned j = 0; j < 3; ++j) c(j, fan + i) = v[flip ? (r + 3 - j) % 3 : (r + j) % 3];
+    }
+    expect_matches_reference(c, gk::ET_TRIA3, false, "fan");
+    expect_matches_reference(c, gk::ET_TRIA3, true, "fan");
+  }
+}
+
+TEST(Neighbors, NodeRenumberingKeepsTheNeighbours) {
+  // Renaming nodes injectively changes no face equality. Sparse names keep one bucket per node
+  // but spread a face's nodes far apart; huge names switch to hashed buckets.
+  kvo::dense2D<double> pos;
+  U2 tets, hexes, tris;
+  meshgen::tet_cube(15, pos, tets);
+  meshgen::hex_cube(12, pos, hexes);
+  meshgen::torus(60, 40, pos, tris);
+  std::mt19937 rng(8);
+  for (auto [c, t] : {std::pair{&tets, gk::ET_TETRA4}, {&hexes, gk::ET_HEXA8}, {&tris, gk::ET_TRIA3}}) {
+    U2 want;
+    ASSERT_EQ(gk::get_neighbors(*c, t, false, want), 0);
+    for (unsigned base : {0u, 0xF0000000u}) {
+      // As many names as half the face identifiers: the most that keeps one bucket per node.
+      std::vector<unsigned> names(want.rows * want.cols / 2);
+      for (unsigned k = 0; k < names.size(); ++k) names[k] = base + k;
+      std::shuffle(names.begin(), names.end(), rng);
+      U2 renamed = *c;
+      renamed.copy(*c);
+      for (unsigned e = 0; e < renamed.cols; ++e)
+        for (unsigned i = 0; i < renamed.rows; ++i) renamed(i, e) = names[renamed(i, e)];
+      U2 got;
+      ASSERT_EQ(gk::get_neighbors(renamed, t, false, got), 0);
+      EXPECT_EQ(entries(got), entries(want)) << t << " base " << base;
+    }
+  }
+}
+
+TEST(Neighbors, KeyCollisionsAreCheckedNodeByNode) {
+  // Faces (0, 32772, 32775) and (0, 32773, 32774) have the same order-independent key and nodes
+  // too far apart to be told apart by it; enough other elements keep one bucket per node.
+  kvo::dense2D<double> pos;
+  U2 cube;
+  meshgen::tet_cube(17, pos, cube);
+  U2 c(4, cube.cols + 3);
+  for (unsigned e = 0; e < cube.cols; ++e)
+    for (unsigned i = 0; i < 4; ++i) c(i, e) = cube(i, e);
+  const unsigned e1 = cube.cols, e2 = e1 + 1, e3 = e1 + 2;
+  const unsigned extra[3][4] = {{40000, 0, 32772, 32775}, {40001, 0, 32773, 32774}, {40002, 32775, 32772, 0}};
+  for (unsigned k = 0; k < 3; ++k)
+    for (unsigned i = 0; i < 4; ++i) c(i, e1 + k) = extra[k][i];
+  U2 nb;
+  ASSERT_EQ(gk::get_neighbors(c, gk::ET_TETRA4, false, nb), 0);
+  EXPECT_EQ(nb(0, e1), e3);
+  EXPECT_EQ(nb(0, e3), e1);
+  EXPECT_EQ(nb(0, e2), N_);
+  for (unsigned j = 1; j < 4; ++j) EXPECT_EQ(nb(j, e2), N_);
 }
 
 TEST(Neighbors, NullNodesInFixedTypesAreOrdinaryValues) {
