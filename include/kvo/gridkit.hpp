@@ -746,7 +746,9 @@ GRIDKIT_API int medit_input(const char* filename, dense2D<double>& pos, dense2D<
 
 // Legacy ASCII VTK "UNSTRUCTURED_GRID" as vtk_output writes it: the linear and higher-order cells
 // it emits; a poly-vertex cell following an element is folded back into its higher-order nodes;
-// the tetrahedron node swap is undone. pos gets 3 rows.
+// the tetrahedron node swap is undone. pos gets 3 rows. Poly-vertex cells that fit no element
+// and cell types the writer does not produce are skipped; POINT_DATA, CELL_DATA and FIELD sections
+// end the reading.
 GRIDKIT_API int vtk_input(const char* filename, dense2D<double>& pos, dense2D<unsigned>* first,
                           dense2D<unsigned>* last, dense1D<int, 16>& FEtypes, dense1D<unsigned, 16>* references);
 
