@@ -90,60 +90,8 @@ struct record {
   double x[D];
   unsigned t;
   unsigned aux;
+  std::uint64_t key;  // Morton code of the node's cell at the finest level in use
 };
-
-// Sorts (key, value) pairs by key, least significant 11-bit digit first; digits that are equal
-// in every key are skipped. The result ends up in key/val (the buffers may be swapped).
-bool radix_sort(buffer<std::uint64_t>& key, buffer<unsigned>& val, std::size_t n, unsigned key_bits) {
-  constexpr unsigned digit = 11, radix = 1u << digit;
-  const unsigned passes = (key_bits + digit - 1) / digit;
-  if (n < 2 || passes == 0) return true;
-  buffer<std::size_t> count;
-  if (!count.allocate(std::size_t(passes) * radix, true)) return false;
-  for (std::size_t i = 0; i < n; ++i) {
-    const std::uint64_t k = key[i];
-    for (unsigned p = 0; p < passes; ++p) ++count[p * radix + ((k >> (p * digit)) & (radix - 1))];
-  }
-  buffer<std::uint64_t> key2;
-  buffer<unsigned> val2;
-  for (unsigned p = 0; p < passes; ++p) {
-    std::size_t* c = count.get() + std::size_t(p) * radix;
-    if (*std::max_element(c, c + radix) == n) continue;
-    if (!key2.get() && (!key2.allocate(n) || !val2.allocate(n))) return false;
-    std::size_t sum = 0;
-    for (unsigned d = 0; d < radix; ++d) {
-      const std::size_t v = c[d];
-      c[d] = sum;
-      sum += v;
-    }
-    const unsigned shift = p * digit;
-    for (std::size_t i = 0; i < n; ++i) {
-      const std::uint64_t k = key[i];
-      const std::size_t to = c[(k >> shift) & (radix - 1)]++;
-      key2[to] = k;
-      val2[to] = val[i];
-    }
-    std::swap(key, key2);
-    std::swap(val, val2);
-  }
-  return true;
-}
-
-// Sum over the cells of a level of the squared number of nodes in the cell, with the nodes
-// sorted by key and the cell code key >> shift.
-std::uint64_t crowding(const std::uint64_t* key, std::size_t n, unsigned shift) {
-  if (n == 0) return 0;
-  std::uint64_t sum = 0, run = 1;
-  for (std::size_t i = 1; i < n; ++i) {
-    if ((key[i] ^ key[i - 1]) >> shift) {
-      sum += run * run;
-      run = 1;
-    } else {
-      ++run;
-    }
-  }
-  return sum + run * run;
-}
 
 template <unsigned D>
 class solver {
@@ -222,13 +170,33 @@ class solver {
   // every point in the box whatever the rounding.
   unsigned fine(double x, unsigned a) const {
     if (scale_ == 0) return 0;
-    const double u = (0.5 * x - half_min_[a]) * scale_;
-    if (!(u > 0)) return 0;
-    if (u >= double(G)) return G;
+    double u = (0.5 * x - half_min_[a]) * scale_;
+    u = u > 0 ? u : 0.0;  // NaN too
+    u = u < double(G) ? u : double(G);
     return unsigned(u);
+  }
+  std::uint64_t key_of(const double* x, unsigned m_min) const {
+    unsigned c[D];
+    for (unsigned a = 0; a < D; ++a) c[a] = fine(x[a], a) >> m_min;
+    return geo::morton(c);
+  }
+  // Sum over the cells of a level (cell code key >> shift) of their squared node counts.
+  std::uint64_t crowding(std::size_t m, unsigned shift) const {
+    const record<D>* rec = rec_.get();
+    std::uint64_t sum = 0, run = 1;
+    for (std::size_t i = 1; i < m; ++i) {
+      if ((rec[i].key ^ rec[i - 1].key) >> shift) {
+        sum += run * run;
+        run = 1;
+      } else {
+        ++run;
+      }
+    }
+    return sum + run * run;
   }
 
   bool finite_tolerance();
+  int dense_sweep(std::size_t m, unsigned m_min, const double* hi);
   void sweep_in_curve_order();
   void sweep_in_query_order();
 
@@ -312,69 +280,113 @@ bool solver<D>::finite_tolerance() {
   unsigned m_min = 0;
   while (m_min < B && std::ldexp(1.0, int(m_min)) < reach) ++m_min;
 
-  buffer<std::uint64_t> key;
-  buffer<unsigned> val;
-  if (!key.allocate(m) || !val.allocate(m)) return false;
+  if (pb.same) {
+    const int done = dense_sweep(m, m_min, hi);
+    if (done != 0) return done > 0;
+  }
+
+  const unsigned levels = B - m_min;  // coarser levels above m_min
+
+  // Counting sort on the top bits of the keys (about one bucket per node), moving whole records;
+  // the buckets are then sorted on their own. Keys are computed in a pass of their own so that
+  // the scattered counter and record accesses below overlap in tight loops.
+  unsigned top = 0;  // levels covered by the buckets
+  while (top < levels && (std::uint64_t(1) << (D * (top + 1))) <= 2 * std::uint64_t(m)) ++top;
+  const unsigned bucket_shift = D * (levels - top);
+  const std::size_t buckets = std::size_t(1) << (D * top);
+  buffer<std::uint64_t> keys;
+  buffer<unsigned> ends;  // counts, exclusive prefix sums, then the end of each bucket
+  if (!keys.allocate(m) || !ends.allocate(buckets, true)) return false;
+  for (std::size_t t = 0, i = 0; t < pb.n1; ++t) {
+    const double* x = coords(pb.node1(t));
+    if (finite(x)) keys[i++] = key_of(x, m_min);
+  }
+  for (std::size_t i = 0; i < m; ++i) ++ends[std::size_t(keys[i] >> bucket_shift)];
   {
-    std::size_t i = 0;
-    for (std::size_t t = 0; t < pb.n1; ++t) {
-      const double* x = coords(pb.node1(t));
-      if (!finite(x)) continue;
-      unsigned c[D];
-      for (unsigned a = 0; a < D; ++a) c[a] = fine(x[a], a) >> m_min;
-      key[i] = geo::morton(c);
-      val[i] = unsigned(t);
-      ++i;
+    unsigned sum = 0;
+    for (std::size_t b = 0; b < buckets; ++b) {
+      const unsigned c = ends[b];
+      ends[b] = sum;
+      sum += c;
     }
   }
-  const unsigned levels = B - m_min;  // coarser levels above m_min
-  if (!radix_sort(key, val, m, D * levels)) return false;
+  if (!rec_.allocate(m)) return false;
+  for (std::size_t t = 0, i = 0; t < pb.n1; ++t) {
+    const double* x = coords(pb.node1(t));
+    if (!finite(x)) continue;
+    const std::uint64_t key = keys[i++];
+    record<D>& r = rec_[ends[std::size_t(key >> bucket_shift)]++];
+    for (unsigned a = 0; a < D; ++a) r.x[a] = x[a];
+    r.t = unsigned(t);
+    r.aux = pb.same ? (pb.tag ? pb.tag[t] : 0u) : pb.rank[t];
+    r.key = key;
+  }
+  keys.reset();
+  record<D>* rec = rec_.get();
+  const auto by_key = [](const record<D>& a, const record<D>& b) { return a.key < b.key; };
+  for (std::size_t b = 0, s = 0; b < buckets; s = ends[b++]) {
+    const std::size_t e = ends[b];
+    if (e - s < 2) continue;
+    if (e - s > 16) {
+      std::sort(rec + s, rec + e, by_key);
+      continue;
+    }
+    for (std::size_t i = s + 1; i < e; ++i) {
+      const record<D> v = rec[i];
+      std::size_t j = i;
+      for (; j > s && v.key < rec[j - 1].key; --j) rec[j] = rec[j - 1];
+      rec[j] = v;
+    }
+  }
 
   // Level choice: the coarsest level whose crowding stays close to that of the finest one.
-  const std::uint64_t base = crowding(key.get(), m, 0);
+  // Levels at or above the buckets' are measured on the bucket counts.
+  const unsigned bucket_level = levels - top;
+  auto crowding_at = [&](unsigned level) -> std::uint64_t {
+    if (level < bucket_level) return crowding(m, D * level);
+    const std::size_t group = std::size_t(1) << (D * (level - bucket_level));
+    std::uint64_t sum = 0;
+    for (std::size_t b = 0, s = 0; b < buckets; b += group) {
+      const std::uint64_t e = ends[b + group - 1];
+      sum += (e - s) * (e - s);
+      s = std::size_t(e);
+    }
+    return sum;
+  };
+  const std::uint64_t base = crowding(m, 0);
   const bool clustered = base > 16 * std::uint64_t(m) + 4096;
   unsigned level = 0;
   if (!clustered) {
     const std::uint64_t limit = 2 * base + 2 * std::uint64_t(m);
-    unsigned a = 0, b = levels;  // crowding(a) <= limit
+    unsigned a = 0, b = levels;  // crowding_at(a) <= limit
+    // Start at the buckets' level, the usual answer for evenly spread nodes.
+    if (crowding_at(bucket_level) <= limit)
+      a = bucket_level;
+    else if (bucket_level > 0)
+      b = bucket_level - 1;
     while (a < b) {
       const unsigned mid = (a + b + 1) / 2;
-      if (crowding(key.get(), m, D * mid) <= limit)
+      if (crowding_at(mid) <= limit)
         a = mid;
       else
         b = mid - 1;
     }
     level = a;
   }
+  ends.reset();
   shift_ = m_min + level;
   const unsigned code_shift = D * level;
 
+  if (!codes_.allocate(m) || !begin_.allocate(m + 1)) return false;
   runs_ = 0;
-  for (std::size_t i = 0; i < m; ++i)
-    if (i == 0 || (key[i] ^ key[i - 1]) >> code_shift) ++runs_;
-  if (!codes_.allocate(runs_) || !begin_.allocate(runs_ + 1)) return false;
-  {
-    std::size_t r = 0;
-    for (std::size_t i = 0; i < m; ++i) {
-      if (i == 0 || (key[i] ^ key[i - 1]) >> code_shift) {
-        codes_[r] = code_shift < 64 ? key[i] >> code_shift : 0;
-        begin_[r] = unsigned(i);
-        ++r;
-      }
-    }
-    begin_[runs_] = unsigned(m);
-  }
-  key.reset();
-  if (!rec_.allocate(m)) return false;
   for (std::size_t i = 0; i < m; ++i) {
-    const unsigned t = val[i];
-    record<D>& r = rec_[i];
-    const double* x = coords(pb.node1(t));
-    for (unsigned a = 0; a < D; ++a) r.x[a] = x[a];
-    r.t = t;
-    r.aux = pb.same ? (pb.tag ? pb.tag[t] : 0u) : pb.rank[t];
+    if (i == 0 || (rec[i].key ^ rec[i - 1].key) >> code_shift) {
+      codes_[runs_] = rec[i].key >> code_shift;
+      begin_[runs_] = unsigned(i);
+      ++runs_;
+    }
   }
-  val.reset();
+  begin_[runs_] = unsigned(m);
 
   if (pb.same && !clustered) {
     sweep_in_curve_order();
@@ -383,6 +395,105 @@ bool solver<D>::finite_tolerance() {
     sweep_in_query_order();
   }
   return true;
+}
+
+// One list over a dense grid of about two cells per node (cells no narrower than the
+// tolerance): node positions are counting-sorted by cell and every node queries the cells its
+// box reaches, in cell order. Returns 1 when done, 0 when the grid does not suit the nodes (too
+// crowded: the sorted-curve structure takes over), -1 when memory ran out.
+template <unsigned D>
+int solver<D>::dense_sweep(std::size_t m, unsigned m_min, const double* hi) {
+  const problem& pb = pb_;
+  // The finest level (no finer than m_min) with at most about two cells per node. The largest
+  // fine coordinate on an axis is that of the bounding box (the mapping is monotone).
+  unsigned hi_fine[D];
+  for (unsigned a = 0; a < D; ++a) hi_fine[a] = fine(hi[a], a);
+  const std::uint64_t wanted = std::max<std::uint64_t>(2 * std::uint64_t(m), 64);
+  unsigned g = m_min, top[D];  // level, largest cell coordinate per axis
+  std::uint64_t cells, stride[D];
+  while (true) {
+    cells = 1;
+    for (unsigned a = 0; a < D; ++a) {
+      top[a] = hi_fine[a] >> g;
+      stride[a] = cells;
+      cells *= std::uint64_t(top[a]) + 1;
+    }
+    if (cells <= wanted || g == B) break;
+    ++g;
+  }
+  if (cells >= 0xFFFFFFFFull) return 0;
+
+  buffer<unsigned> cell_of, start, order;
+  if (!cell_of.allocate(m) || !start.allocate(std::size_t(cells) + 1, true)) return -1;
+  for (std::size_t t = 0, i = 0; t < pb.n1; ++t) {
+    const double* x = coords(pb.node1(t));
+    if (!finite(x)) continue;
+    std::uint64_t c = 0;
+    for (unsigned a = 0; a < D; ++a) c += (fine(x[a], a) >> g) * stride[a];
+    cell_of[i++] = unsigned(c);
+  }
+  unsigned* count = start.get() + 1;
+  for (std::size_t i = 0; i < m; ++i) ++count[cell_of[i]];
+  std::uint64_t crowd = 0;
+  for (std::size_t c = 0; c < cells; ++c) crowd += std::uint64_t(count[c]) * count[c];
+  if (crowd > 8 * std::uint64_t(m) + 4096) return 0;
+  for (std::size_t c = 0; c < cells; ++c) count[c] += start[c];  // start[c] = first of cell c
+  if (!order.allocate(m)) return -1;
+  {
+    // Scatter with a running cursor per cell: start[c] becomes the end of cell c - 1 ...
+    for (std::size_t t = 0, i = 0; t < pb.n1; ++t) {
+      if (!finite(coords(pb.node1(t)))) continue;
+      order[start[cell_of[i]]++] = unsigned(t);
+      ++i;
+    }
+    // ... so shifting back by one restores the starts.
+    for (std::size_t c = cells; c > 0; --c) start[c] = start[c - 1];
+    start[0] = 0;
+  }
+  cell_of.reset();
+
+  const unsigned* first = start.get();
+  const unsigned* ord = order.get();
+  const bool tagged = pb.tag != nullptr;
+  const double tol = pb.tol;
+  constexpr std::size_t ahead = 48;
+  for (std::size_t s = 0; s < m; ++s) {
+#if defined(__GNUC__)
+    if (s + ahead < m) {  // both cache lines a node's coordinates may straddle
+      const double* f = coords(pb.node1(ord[s + ahead]));
+      __builtin_prefetch(f);
+      __builtin_prefetch(f + D - 1);
+    }
+#endif
+    const unsigned k = ord[s];
+    const double* q = coords(pb.node1(k));
+    unsigned lo[D], hi[D];
+    for (unsigned a = 0; a < D; ++a) {
+      lo[a] = std::min(fine(q[a] - tol, a) >> g, top[a]);
+      hi[a] = std::min(fine(q[a] + tol, a) >> g, top[a]);
+    }
+    const auto scan = [&](std::uint64_t c) {
+      for (std::size_t u = first[c]; u < first[c + 1]; ++u) {
+        const unsigned j = ord[u];
+        if (j <= k) continue;
+        if (!pairs(q, coords(pb.node1(j)))) continue;
+        if (tagged && !eligible(pb.tag[k], pb.tag[j])) continue;
+        if (k < best_[j]) best_[j] = k;
+      }
+    };
+    unsigned c[D];
+    for (unsigned a = 0; a < D; ++a) c[a] = lo[a];
+    while (true) {
+      std::uint64_t id = 0;
+      for (unsigned a = 0; a < D; ++a) id += c[a] * stride[a];
+      scan(id);
+      unsigned a = 0;
+      while (a < D && c[a] == hi[a]) c[a] = lo[a], ++a;
+      if (a == D) break;
+      ++c[a];
+    }
+  }
+  return 1;
 }
 
 // One list, evenly spread: every node queries its neighbourhood in curve order; a pair is

@@ -97,6 +97,8 @@ D2 scene(std::mt19937& rng, unsigned dim, unsigned n, double tol, bool heaps, bo
     }
     if (nonfinite && rng() % 25 == 0) p(rng() % dim, j) = rng() % 3 == 0 ? qnan : (rng() % 2 ? inf : -inf);
   }
+  if (n > 10 && rng() % 4 == 0)  // one far node: the rest crowds a few cells of a coarse grid
+    for (unsigned a = 0; a < dim; ++a) p(a, n - 1) = 1e4;
   return p;
 }
 
