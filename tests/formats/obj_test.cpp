@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <tuple>
 
 #include <kvo/gridkit.hpp>
 
@@ -62,38 +63,25 @@ TEST(ObjOutput, TwoDimensionalMeshWithNormalsTexturesAndBoth) {
 }
 
 TEST(ObjOutput, ChecksInOrderAfterTheFileIsCreated) {
-  const dense2D<double> pos = matrix<double>(3, {0, 0, 0, 1, 0, 0}), bad_pos(4, 2, 0.0), n(3, 2, 0.0), t(2, 2, 0.0);
-  const dense2D<double> n_short(3, 1, 0.0), t_rows(3, 2, 0.0), none;
-  const dense2D<unsigned> tri = matrix<unsigned>(3, {0, 1, 1}), quad(4, 1, 0u), tri4(4, 1, 0u), tri2(2, 1, 0u);
-  const dense2D<unsigned> far = matrix<unsigned>(3, {0, 1, 7}), no_faces;
+  const dense2D<double> pos(3, 2, 0.0), bad_pos(4, 2, 0.0), n(3, 2, 0.0), t(2, 2, 0.0), n1(3, 1, 0.0), t3(3, 2, 0.0), no;
+  const dense2D<unsigned> tri(3, 1, 1u), quad(4, 1, 0u), tri2(2, 1, 0u), far = matrix<unsigned>(3, {0, 1, 7}), none;
   const std::string path = tmp("checks.obj");
-  struct {
-    const dense2D<double>& p;
-    const dense2D<double>& n;
-    const dense2D<double>& t;
-    const dense2D<unsigned>& f3;
-    const dense2D<unsigned>& f4;
-    int status;
-  } cases[] = {
-      {bad_pos, n_short, t_rows, tri2, tri2, -2}, {pos, n_short, t_rows, tri2, tri2, -3},
-      {pos, n, t_rows, tri2, tri2, -4},           {pos, n, t, tri2, tri2, -5},
-      {pos, n, t, tri4, tri4, -5},                {pos, n, t, tri, tri, -6},
-      {pos, n, t, far, quad, 0},  // node numbers are written, not checked against the nodes
-      {pos, none, none, no_faces, no_faces, 0},
-  };
-  for (auto& c : cases) {
+  using args = std::tuple<const dense2D<double>*, const dense2D<double>*, const dense2D<double>*,
+                          const dense2D<unsigned>*, const dense2D<unsigned>*, int>;
+  for (auto [p, nn, tt, f3, f4, status] : std::initializer_list<args>{
+           {&bad_pos, &n1, &t3, &tri2, &tri2, -2}, {&pos, &n1, &t3, &tri2, &tri2, -3}, {&pos, &n, &t3, &tri2, &tri2, -4},
+           {&pos, &n, &t, &tri2, &tri2, -5},       {&pos, &n, &t, &quad, &quad, -5},  {&pos, &n, &t, &tri, &tri, -6},
+           {&pos, &n, &t, &far, &quad, 0},  // node numbers are written, not checked against the nodes
+           {&pos, &no, &no, &none, &none, 0}}) {
     put_file(path, "old");
-    EXPECT_EQ(WavefrontOBJ_output(path.c_str(), c.p, c.n, c.t, c.f3, c.f4), c.status);
-    if (c.status) {
-      EXPECT_EQ(get_file(path), "");
-    }
+    EXPECT_EQ(WavefrontOBJ_output(path.c_str(), *p, *nn, *tt, *f3, *f4), status);
+    EXPECT_EQ(get_file(path).empty(), status != 0);
   }
   EXPECT_EQ(WavefrontOBJ_output(tmp("no/dir/x.obj").c_str(), bad_pos, n, t, tri, quad), -1);
   EXPECT_EQ(WavefrontOBJ_output(nullptr, pos, tri, ET_TRIA3), -1);
-  if (std::FILE* f = std::fopen("/dev/full", "w")) {
+  if (std::FILE* f = std::fopen("/dev/full", "w")) {  // every write fails there
     std::fclose(f);
-    const dense2D<double> many(3, 20000, 1.0);
-    EXPECT_EQ(WavefrontOBJ_output("/dev/full", many, no_faces, ET_NONE), -1);
+    EXPECT_EQ(WavefrontOBJ_output("/dev/full", dense2D<double>(3, 20000, 1.0), none, ET_NONE), -1);
   }
 }
 
