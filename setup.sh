@@ -6,3 +6,5 @@ bash deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release > /dev/null
 cmake --build build -j"$(nproc)"
 ./build/gridkit --version
+./build/gridkit info samples/block.mesh
+./build/gridkit convert samples/part.stl /tmp/gridkit-part.mesh

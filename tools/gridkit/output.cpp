@@ -1,0 +1,106 @@
+// Terminal and JSON output helpers.
+#include <cmath>
+#include <cstdio>
+
+#include "cli.hpp"
+
+namespace cli {
+
+std::string json_escape(const std::string& s) {
+  std::string r;
+  for (unsigned char c : s) {
+    if (c == '"' || c == '\\') {
+      r += '\\';
+      r += char(c);
+    } else if (c < 0x20) {
+      char buf[8];
+      std::snprintf(buf, sizeof buf, "\\u%04x", c);
+      r += buf;
+    } else {
+      r += char(c);
+    }
+  }
+  return r;
+}
+
+void json::prefix(const char* key) {
+  if (!first_.empty()) {
+    if (!first_.back()) out_ += ", ";
+    first_.back() = false;
+  }
+  if (key) {
+    out_ += '"';
+    out_ += json_escape(key);
+    out_ += "\": ";
+  }
+}
+
+json& json::begin_object(const char* key) {
+  prefix(key);
+  out_ += '{';
+  first_.push_back(true);
+  return *this;
+}
+json& json::end_object() {
+  out_ += '}';
+  first_.pop_back();
+  return *this;
+}
+json& json::begin_array(const char* key) {
+  prefix(key);
+  out_ += '[';
+  first_.push_back(true);
+  return *this;
+}
+json& json::end_array() {
+  out_ += ']';
+  first_.pop_back();
+  return *this;
+}
+json& json::value(const char* key, double v) {
+  prefix(key);
+  if (std::isfinite(v)) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.17g", v);
+    out_ += buf;
+  } else {
+    out_ += "null";  // JSON has no NaN or infinity
+  }
+  return *this;
+}
+json& json::value(const char* key, unsigned long long v) {
+  prefix(key);
+  out_ += std::to_string(v);
+  return *this;
+}
+json& json::value(const char* key, const std::string& v) {
+  prefix(key);
+  out_ += '"';
+  out_ += json_escape(v);
+  out_ += '"';
+  return *this;
+}
+
+void print_bars(const std::vector<std::string>& labels, const std::vector<unsigned long long>& counts) {
+  unsigned long long top = 0;
+  for (auto c : counts) top = c > top ? c : top;
+  const unsigned width = 40;
+  for (std::size_t k = 0; k < counts.size(); ++k) {
+    unsigned n = top ? unsigned((counts[k] * width + top - 1) / top) : 0;
+    std::string bar(n, '#');
+    std::printf("  %-12s %10llu %s\n", labels[k].c_str(), counts[k], bar.c_str());
+  }
+}
+
+int usage_error(const char* usage, const std::string& what) {
+  if (!what.empty()) std::fprintf(stderr, "gridkit: %s\n", what.c_str());
+  std::fprintf(stderr, "usage: %s\n", usage);
+  return 2;
+}
+
+int fail(const std::string& what) {
+  std::fprintf(stderr, "gridkit: %s\n", what.c_str());
+  return 1;
+}
+
+}  // namespace cli
