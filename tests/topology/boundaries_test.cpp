@@ -161,7 +161,7 @@ TEST(Boundaries, StatusCodesInOrderAndOutputsUntouched) {
   // Empty connectivity: nothing appended, nothing checked.
   U2 empty(0, 4);
   EXPECT_EQ(gk::get_element_boundaries(empty, gk::ET_TRIA3, wrong_rows), 0);
-  EXPECT_EQ(gk::get_mesh_boundaries(empty, nb, element_type(99), wrong_rows), 0);
+  EXPECT_EQ(gk::get_mesh_boundaries(empty, nb, element_type(25), wrong_rows), 0);
   EXPECT_EQ(gk::get_mesh_bounding_elements(empty, nb, gk::ET_TRIA3, ids), 0);
 
   // Connectivity before type, type before row count, row count before the other arguments.
