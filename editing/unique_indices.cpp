@@ -1,5 +1,6 @@
 // Distinct nodes of index lists and connectivities, in the order of their first occurrence.
 #include <algorithm>
+#include <bit>
 
 #include "editing/editing_internal.hpp"
 
@@ -9,20 +10,12 @@ namespace {
 
 using compaction::index_set;
 
-// Size of the entries a visitor walks and one past their largest non-null value.
-struct scan_extent {
-  std::uint64_t entries = 0;
-  unsigned bound = 0;
-};
-
+// Number of entries a visitor walks (their sizes only; nothing is read).
 template <class Visit>
-scan_extent measure(Visit&& visit) {
-  scan_extent e;
-  visit([&](const unsigned* p, std::size_t n) {
-    e.entries += n;
-    e.bound = std::max(e.bound, compaction::max_plus_one(p, n));
-  });
-  return e;
+std::uint64_t entry_count(Visit&& visit) {
+  std::uint64_t n = 0;
+  visit([&](const unsigned*, std::size_t m) { n += m; });
+  return n;
 }
 
 // Appends the distinct entries that `visit` walks to `out`, minus NULL_INDEX and `excluded`.
@@ -30,46 +23,61 @@ scan_extent measure(Visit&& visit) {
 // before they are appended (appending in place could overwrite entries still to be read).
 template <class Visit>
 int append_unique(dense1D<unsigned, 16>& out, Visit&& visit, const dense1D<unsigned, 16>& excluded, bool aliased) {
-  const scan_extent ext = measure(visit);
-  if (ext.bound == 0) return 0;  // nothing but nulls
+  const std::uint64_t entries = entry_count(visit);
+  if (entries == 0) return 0;
+  if (std::uint64_t(out.size) + entries > 0xFFFFFFFFull) return ERR_ALLOCATION;
   index_set seen;
-  if (!seen.prepare(ext.bound, ext.entries + excluded.size)) return ERR_ALLOCATION;
-  for (unsigned i = 0; i < excluded.size; ++i) {
-    const unsigned v = excluded[i];
-    if (v != NULL_INDEX) seen.insert_if_new(v);
-  }
-  // At most min(entries, bound) distinct values can come.
-  const std::uint64_t room = std::min<std::uint64_t>(ext.entries, ext.bound);
-  if (std::uint64_t(out.size) + room > 0xFFFFFFFFull) return ERR_ALLOCATION;
+  if (!seen.prepare_growing(entries + excluded.size, excluded.ptr(), excluded.size)) return ERR_ALLOCATION;
 
   if (aliased) {
     compaction::buffer<unsigned> tmp;
-    if (!tmp.allocate(std::size_t(room))) return ERR_ALLOCATION;
+    if (!tmp.allocate(std::size_t(entries))) return ERR_ALLOCATION;
     const std::size_t k = compaction::append_new(seen, visit, tmp.get());
+    if (k == SIZE_MAX) return ERR_ALLOCATION;
     if (k == 0) return 0;
     const unsigned old = out.size;
     if (!out.resize(old + unsigned(k))) return ERR_ALLOCATION;
     std::memcpy(out.storage->data + out.offset + old, tmp.get(), k * sizeof(unsigned));
     return 0;
   }
-  if (!out.reserve(out.size + unsigned(room), 1)) return ERR_ALLOCATION;
-  unsigned* dst = out.storage->data ? out.storage->data + out.offset + out.size : nullptr;
-  if (!dst) return 0;  // room is 0
-  const std::size_t k = compaction::append_new(seen, visit, dst);
+  if (!out.reserve(out.size + unsigned(entries), 1)) return ERR_ALLOCATION;
+  const std::size_t k = compaction::append_new(seen, visit, out.storage->data + out.offset + out.size);
+  if (k == SIZE_MAX) return ERR_ALLOCATION;
   out.size += unsigned(k);
   return 0;
 }
 
 template <class Visit>
 int count_unique(Visit&& visit) {
-  const scan_extent ext = measure(visit);
-  if (ext.bound == 0) return 0;
+  const std::uint64_t entries = entry_count(visit);
   index_set seen;
-  if (!seen.prepare(ext.bound, ext.entries)) return ERR_ALLOCATION;
+  if (!seen.prepare_growing(entries, nullptr, 0)) return ERR_ALLOCATION;
+  bool failed = false;
   visit([&](const unsigned* p, std::size_t n) {
-    for (std::size_t i = 0; i < n; ++i)
-      if (p[i] != NULL_INDEX) seen.insert_if_new(p[i]);
+    for (std::size_t s = 0; s < n && !failed; s += compaction::scan_chunk) {
+      const std::size_t e = std::min(n, s + compaction::scan_chunk);
+      if (!seen.admit(compaction::max_plus_one(p + s, e - s))) {
+        failed = true;
+        return;
+      }
+      if (std::uint64_t* bits = seen.bits()) {
+        // Set bits without testing them; they are counted at the end.
+        for (std::size_t i = s; i < e; ++i) {
+          const unsigned v = p[i];
+          if (v != NULL_INDEX) bits[v >> 6] |= std::uint64_t(1) << (v & 63);
+        }
+      } else {
+        for (std::size_t i = s; i < e; ++i)
+          if (p[i] != NULL_INDEX) seen.insert_if_new(p[i]);
+      }
+    }
   });
+  if (failed) return ERR_ALLOCATION;
+  if (const std::uint64_t* bits = seen.bits()) {
+    std::uint64_t count = 0;
+    for (std::size_t w = 0; w < seen.bit_words(); ++w) count += unsigned(std::popcount(bits[w]));
+    return int(count);
+  }
   return int(seen.count());
 }
 

@@ -80,7 +80,7 @@ TEST(RemoveDegenerated, EmptyShapesAndStridedViews) {
 TEST(RemoveDegenerated, AgreesWithSortedRuleOnRandomColumns) {
   std::mt19937 rng(3);
   // Row counts on both sides of the switch between pairwise and sorted comparison.
-  for (unsigned rows : {1u, 2u, 4u, 8u, 16u, 17u, 27u, 40u}) {
+  for (unsigned rows : {1u, 2u, 3u, 4u, 5u, 6u, 8u, 16u, 17u, 27u, 40u}) {
     for (bool strict : {false, true}) {
       const unsigned cols = 300;
       std::vector<unsigned> e(rows * cols);

@@ -110,12 +110,18 @@ TEST(UniqueIndices, AgreesWithHashSetOnRandomData) {
   std::mt19937 rng(7);
   for (int round = 0; round < 40; ++round) {
     // Small ranges use the bit array, huge sparse values the hash table.
+    // Small ranges use the bit array, huge sparse values the hash table; the last kind grows
+    // the bit array over a few thousand entries, then moves to the hash table.
     const unsigned range = round % 2 ? 50 + round * 37 : 0xFFFFFFF0u;
-    const unsigned n = 1 + rng() % 3000;
+    const bool growing = round % 4 == 2;
+    const unsigned n = growing ? 9000 : 1 + rng() % 3000;
     std::uniform_int_distribution<unsigned> val(0, range);
     std::vector<unsigned> entries(n), excluded(rng() % 20);
-    for (unsigned& e : entries) e = rng() % 10 == 0 ? NULL_INDEX : val(rng);
-    for (unsigned& e : excluded) e = rng() % 2 ? entries[rng() % n] : val(rng);
+    for (unsigned i = 0; i < n; ++i) {
+      const unsigned limit = i < 2500 ? 100 : i < 5000 ? 200000 : 0xFFFFFFF0u;
+      entries[i] = rng() % 10 == 0 ? NULL_INDEX : growing ? rng() % limit : val(rng);
+    }
+    for (unsigned& e : excluded) e = rng() % 2 ? entries[rng() % n] : rng() % 2 ? rng() % 100 : val(rng);
     U1 ids(n), ex(unsigned(excluded.size()));
     for (unsigned i = 0; i < n; ++i) ids[i] = entries[i];
     for (unsigned i = 0; i < ex.size; ++i) ex[i] = excluded[i];
