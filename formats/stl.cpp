@@ -266,11 +266,18 @@ int read_ascii(const char* filename, facet_collector& m) {
   std::FILE* f = std::fopen(filename, "r");
   if (!f) return -1;
   file_closer closer{f};
+  long size = -1;
+  if (std::fseek(f, 0, SEEK_END) == 0) {
+    size = std::ftell(f);
+    if (std::fseek(f, 0, SEEK_SET) != 0) return -1;
+  }
   textin::line_reader lines(f);
   const char* a;
   const char* b;
   if (!lines.next(a, b, stl_line_max)) return lines.failed() ? ERR_ALLOCATION : -2;
   if (!textin::contains_nocase(a, c_string_end(a, b), "solid")) return -2;
+  // Room for the facets that the file's size suggests (about 256 bytes each as written here).
+  if (size > 0 && !m.reserve(std::uint64_t(size) / 256)) return ERR_ALLOCATION;
   // Lines of the facet after the "facet normal" one: what each must contain, or (empty)
   // a vertex line.
   static const char* const body[6] = {"outer loop", nullptr, nullptr, nullptr, "endloop", "endfacet"};
