@@ -1,24 +1,29 @@
-// Scratch files for the writer tests.
+// Scratch files and small matrix builders for the writer tests.
 #ifndef GRIDKIT_TESTS_FORMATS_FILE_UTIL_HPP
 #define GRIDKIT_TESTS_FORMATS_FILE_UTIL_HPP
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
+
+#include <kvo/gridkit.hpp>
 
 namespace testfiles {
 
-// A path in the scratch directory; any file left there by an earlier run is removed.
-inline std::string path(const std::string& name) {
+inline std::string directory() {
   const char* dir = std::getenv("GRIDKIT_TEST_TMP");
-  std::string p = std::string(dir && *dir ? dir : "/tmp") + "/" + name;
+  return dir && *dir ? dir : "/tmp";
+}
+// A path in the scratch directory; a file left there by an earlier run is removed.
+inline std::string path(const std::string& name) {
+  std::string p = directory() + "/" + name;
   std::remove(p.c_str());
   return p;
 }
-
+inline std::string in_missing_folder() { return directory() + "/no_such_folder/out.txt"; }
 inline bool exists(const std::string& p) { return ::access(p.c_str(), F_OK) == 0; }
 
 // Whole content of a file ("<missing>" when it can't be opened).
@@ -27,18 +32,32 @@ inline std::string read(const std::string& p) {
   if (!f) return "<missing>";
   std::string s;
   char buf[65536];
-  std::size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) s.append(buf, n);
+  for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) s.append(buf, n);
   std::fclose(f);
   return s;
 }
 
-// Paths that can't be opened for writing: the scratch directory itself and a missing folder.
-inline std::string directory() {
-  const char* dir = std::getenv("GRIDKIT_TEST_TMP");
-  return dir && *dir ? dir : "/tmp";
+// A matrix of `rows` rows from its entries in column order.
+template <class T>
+kvo::dense2D<T> mat(unsigned rows, std::vector<T> values) {
+  kvo::dense2D<T> m(rows, static_cast<unsigned>(values.size() / rows));
+  for (std::size_t k = 0; k < values.size(); ++k) m.storage->data[m.offset + k] = values[k];
+  return m;
 }
-inline std::string in_missing_folder() { return directory() + "/no_such_folder/out.txt"; }
+
+inline kvo::dense1D<int, 16> types(std::vector<int> t) {
+  kvo::dense1D<int, 16> v(static_cast<unsigned>(t.size()));
+  for (unsigned i = 0; i < t.size(); ++i) v[i] = t[i];
+  return v;
+}
+
+// printf into a std::string.
+template <class... A>
+std::string fmt(const char* format, A... args) {
+  char buf[1024];
+  const int n = std::snprintf(buf, sizeof buf, format, args...);
+  return std::string(buf, static_cast<std::size_t>(n));
+}
 
 }  // namespace testfiles
 
