@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <malloc.h>
 #include <memory>
 
 #include <kvo/gridkit.hpp>
@@ -99,6 +100,7 @@ void neighbours(benchmark::State& state, mesh_kind kind) {
   // Peak memory of one more call, beyond what is resident before it (output dropped first).
   nb.clear();
   nb.clear_hard();
+  malloc_trim(0);  // freed heap memory must not serve the call unseen
   const double before = status_kb("VmRSS:");
   reset_peak();
   gk::get_neighbors(m.conn, m.type, false, nb);

@@ -8,10 +8,10 @@
 // insertion order would give them.
 #include <algorithm>
 #include <cstdint>
-#include <memory>
 #include <new>
 
 #include "topology/faces.hpp"
+#include "topology/work_memory.hpp"
 
 namespace kvo::gridkit {
 
@@ -79,7 +79,7 @@ class neighbour_builder {
     // are set here.
     if constexpr (T == ET_FACE_MIXED || T == ET_SOLID_MIXED) std::fill(out_, out_ + ids, NULL_INDEX);
 
-    std::unique_ptr<unsigned[]> off(new (std::nothrow) unsigned[nb + 1]);
+    topo::work_array<unsigned> off = topo::make_work_array<unsigned>(nb + 1);
     if (!off) return ERR_ALLOCATION;
     std::fill(off.get(), off.get() + nb + 1, 0u);
 
@@ -99,7 +99,7 @@ class neighbour_builder {
     }
     for (std::uint64_t b = 0; b < nb; ++b) off[b + 1] += off[b];
 
-    std::unique_ptr<std::uint64_t[]> ent(new (std::nothrow) std::uint64_t[total ? total : 1]);
+    topo::work_array<std::uint64_t> ent = topo::make_work_array<std::uint64_t>(total);
     if (!ent) return ERR_ALLOCATION;
 
     // Filling pass, in ascending face identifier; off[b] ends as the end of bucket b.
@@ -247,21 +247,6 @@ class neighbour_builder {
   unsigned* out_;
 };
 
-// Sizes a matrix to r x c over a fresh block, entries left unset.
-bool allocate_unset(dense2D<unsigned>& m, unsigned r, unsigned c) {
-  const std::uint64_t n = std::uint64_t(r) * c;
-  if (n > 0xFFFFFFFFull) return false;
-  Ptr<vector_num<unsigned, 16>> b(new (std::nothrow) vector_num<unsigned, 16>);
-  if (!b || !b->allocate(unsigned(n))) return false;
-  m.storage = b;
-  m.offset = 0;
-  m.size = unsigned(n);
-  m.rows = r;
-  m.cols = c;
-  m.ld = r;
-  return true;
-}
-
 }  // namespace
 
 int get_neighbors(const dense2D<unsigned>& connectM, element_type FE_type, bool keep_non_manifold,
@@ -271,7 +256,7 @@ int get_neighbors(const dense2D<unsigned>& connectM, element_type FE_type, bool 
   topo::type_shape s;
   const int st = topo::prologue(connectM, FE_type, s);
   if (st) return st > 0 ? 0 : st;
-  if (!allocate_unset(neighbors, s.nf, connectM.cols)) return ERR_ALLOCATION;
+  if (!topo::allocate_unset(neighbors, s.nf, connectM.cols)) return ERR_ALLOCATION;
   unsigned* out = neighbors.storage->data + neighbors.offset;
   const int result = topo::dispatch(FE_type, [&](auto tag) {
     neighbour_builder<decltype(tag)::value> b(connectM, keep_non_manifold, out);

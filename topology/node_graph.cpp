@@ -4,10 +4,9 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <memory>
-#include <new>
 
 #include "topology/faces.hpp"
+#include "topology/work_memory.hpp"
 
 namespace kvo::gridkit {
 
@@ -21,11 +20,12 @@ int transpose(const dense2D<unsigned>& conn, dense1D<unsigned, 16>& offsets, den
   offsets.clear_hard();
   elements.clear_hard();
   const std::uint64_t N = std::uint64_t(max_ID(conn)) + 1;
-  if (N + 1 > 0xFFFFFFFFull || !offsets.resize(unsigned(N + 1), 0u)) {
+  if (N + 1 > 0xFFFFFFFFull || !topo::allocate_unset(offsets, unsigned(N + 1))) {
     offsets.clear_hard();
     return ERR_ALLOCATION;
   }
   unsigned* off = offsets.ptr();
+  std::fill(off, off + N + 1, 0u);
   const unsigned* base = conn.storage->data + conn.offset;
   const unsigned rows = conn.rows, cols = conn.cols;
   const std::size_t ld = conn.ld;
@@ -37,7 +37,7 @@ int transpose(const dense2D<unsigned>& conn, dense1D<unsigned, 16>& offsets, den
       if (c[i] != NULL_INDEX) ++off[c[i] + 1];
   }
   for (std::uint64_t n = 0; n < N; ++n) off[n + 1] += off[n];
-  if (!elements.resize(off[N])) {
+  if (!topo::allocate_unset(elements, off[N])) {
     offsets.clear_hard();
     return ERR_ALLOCATION;
   }
@@ -93,8 +93,10 @@ int get_node_graph(const dense2D<unsigned>& connectM, dense1D<unsigned, 16>& off
   if (is_empty(connectM)) return offsets.resize(1, 0u) ? 0 : ERR_ALLOCATION;
 
   const unsigned N = node_off.size - 1;
-  std::unique_ptr<unsigned[]> marker(new (std::nothrow) unsigned[N]);
-  if (!marker || !offsets.resize(N + 1, 0u)) {
+  // One marker per node and a last one standing for NULL_INDEX entries, which is kept equal to
+  // the current node so that they are never counted.
+  topo::work_array<unsigned> marker = topo::make_work_array<unsigned>(std::uint64_t(N) + 1);
+  if (!marker || !topo::allocate_unset(offsets, N + 1)) {
     offsets.clear_hard();
     return ERR_ALLOCATION;
   }
@@ -104,41 +106,52 @@ int get_node_graph(const dense2D<unsigned>& connectM, dense1D<unsigned, 16>& off
   const unsigned rows = connectM.rows;
   const std::size_t ld = connectM.ld;
   unsigned* off = offsets.ptr();
+  unsigned* mk = marker.get();
 
-  // Visits the distinct other nodes of node n, by ascending element then local order. The
-  // marker of a node holds the last node whose walk met it, so it is never reset per node.
+  // Visits the entries of the elements of node n, by ascending element then local order, and
+  // tells for each whether it is a distinct other node not met before in this walk. The marker
+  // of a node holds the last node whose walk met it, so markers are never reset per node.
   auto walk = [&](unsigned n, auto&& visit) {
-    marker[n] = n;
+    mk[n] = n;
+    mk[N] = n;
     for (unsigned k = noff[n]; k < noff[n + 1]; ++k) {
       const unsigned* c = base + std::size_t(nel[k]) * ld;
       for (unsigned i = 0; i < rows; ++i) {
         const unsigned m = c[i];
-        if (m != NULL_INDEX && marker[m] != n) {
-          marker[m] = n;
-          visit(m);
-        }
+        const unsigned slot = m == NULL_INDEX ? N : m;
+        const bool fresh = mk[slot] != n;
+        mk[slot] = n;
+        visit(m, fresh);
       }
     }
   };
 
-  std::fill(marker.get(), marker.get() + N, NULL_INDEX);
+  std::fill(mk, mk + N + 1, NULL_INDEX);
+  off[0] = 0;
   std::uint64_t total = 0;
   for (unsigned n = 0; n < N; ++n) {
-    walk(n, [&](unsigned) { ++total; });
-    if (total > 0xFFFFFFFFull) {
+    unsigned count = 0;
+    walk(n, [&](unsigned, bool fresh) { count += fresh; });
+    total += count;
+    if (total > 0xFFFFFFFEull) {
       offsets.clear_hard();
       return ERR_ALLOCATION;
     }
     off[n + 1] = unsigned(total);
   }
-  if (!neighbours.resize(unsigned(total))) {
+  // One spare entry takes the writes of repeated nodes after the last distinct one.
+  if (!topo::allocate_unset(neighbours, unsigned(total), 1)) {
     offsets.clear_hard();
     return ERR_ALLOCATION;
   }
   unsigned* val = neighbours.ptr();
-  std::fill(marker.get(), marker.get() + N, NULL_INDEX);
+  std::fill(mk, mk + N + 1, NULL_INDEX);
   unsigned p = 0;
-  for (unsigned n = 0; n < N; ++n) walk(n, [&](unsigned m) { val[p++] = m; });
+  for (unsigned n = 0; n < N; ++n)
+    walk(n, [&](unsigned m, bool fresh) {
+      val[p] = m;
+      p += fresh;
+    });
   return 0;
 }
 

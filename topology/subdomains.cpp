@@ -40,6 +40,10 @@ int get_subdomains(const dense2D<unsigned>& neighbors, dense1D<unsigned, 16>& el
     if (test_and_mark(s)) continue;
     list[filled++] = s;
     while (head < filled) {
+      // The queue is known ahead: fetch the columns a few places on while working on this one.
+#if defined(__GNUC__)
+      if (head + 8 < filled) __builtin_prefetch(base + std::size_t(list[head + 8]) * ld);
+#endif
       const unsigned* c = base + std::size_t(list[head++]) * ld;
       for (unsigned r = 0; r < rows; ++r) {
         const unsigned m = c[r];
