@@ -7,7 +7,9 @@
 // merge is due (every facet flat) the per-facet vertices are expanded back.
 #include <kvo/gridkit.hpp>
 
+#if defined(__linux__)
 #include <sys/mman.h>
+#endif
 
 #include <bit>
 #include <cmath>
@@ -66,7 +68,7 @@ void* allocate_table(std::size_t bytes) noexcept {
   if (bytes < 4 * huge) return std::malloc(bytes);
   const std::size_t rounded = (bytes + huge - 1) / huge * huge;
   void* p = std::aligned_alloc(huge, rounded);
-#ifdef MADV_HUGEPAGE
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
   if (p) madvise(p, rounded, MADV_HUGEPAGE);
 #endif
   return p;

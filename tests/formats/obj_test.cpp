@@ -60,6 +60,13 @@ TEST(ObjOutput, TwoDimensionalMeshWithNormalsTexturesAndBoth) {
   EXPECT_EQ(get_file(path), v + vt + " f 2/2/ 1/1/ 1/1/ 2/2/ \n");
   ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, nrm, tex, tri, none), 0);
   EXPECT_EQ(get_file(path), v + vt + vn + " f 1/1/1 2/2/2 2/2/2 \n");
+  // Views whose leading dimension exceeds their rows.
+  dense2D<double> wide(4, 2, 5.0);
+  dense2D<unsigned> tall(6, 1, 9u);
+  for (unsigned k = 0; k < 4; ++k) wide(k % 2, k / 2) = pos(k % 2, k / 2), tall(k + 2, 0) = quad(k, 0);
+  ASSERT_EQ(WavefrontOBJ_output(path.c_str(), wide.sub_matrix(0, 0, 2, 2), dense2D<double>(), dense2D<double>(), none,
+                                tall.sub_matrix(2, 0, 4, 1)), 0);
+  EXPECT_EQ(get_file(path), v + " f 2// 1// 1// 2// \n");
 }
 
 TEST(ObjOutput, ChecksInOrderAfterTheFileIsCreated) {

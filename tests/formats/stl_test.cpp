@@ -105,6 +105,16 @@ TEST(StlOutput, AsciiAndBinaryBytes) {
     EXPECT_EQ(b[0] | b[1] << 8 | b[2] << 16 | std::uint32_t(b[3]) << 24, std::bit_cast<std::uint32_t>(want_f[k])) << k;
   }
   EXPECT_EQ(s.substr(132, 2), "\0\0"s);
+  // Views with a leading dimension above their row count write the same bytes.
+  dense2D<double> wide(4, 3, 9.0);
+  dense2D<unsigned> tall(5, 2, 7u);
+  for (unsigned j = 0; j < 3; ++j) wide(0, j) = pos(0, j), wide(1, j) = pos(1, j);
+  for (unsigned e = 0; e < 2; ++e)
+    for (unsigned r = 0; r < 3; ++r) tall(r + 1, e) = tri(r, e);
+  for (bool ascii : {true, false}) {
+    ASSERT_EQ(STL_output(tmp("v.stl").c_str(), wide.sub_matrix(0, 0, 2, 3), tall.sub_matrix(1, 0, 3, 2), ascii), 0);
+    EXPECT_EQ(get_file(tmp("v.stl")), get_file(tmp(ascii ? "a.stl" : "b.stl")));
+  }
 }
 
 TEST(StlOutput, ChecksComeAfterTheFileIsCreated) {
@@ -145,6 +155,13 @@ TEST(StlInput, SharedNodesCaseCrlfAndTolerance) {
               0);
     EXPECT_EQ(m.pos.cols, d < 0.05 ? 7u : 9u);
     EXPECT_EQ(m.pos(0, 1), 4.0);  // the first vertex of a cluster keeps its coordinates
+  }
+  // Vertices with a NaN or infinite coordinate are never joined, not even to identical ones.
+  for (double bad : {std::nan(""), HUGE_VAL}) {
+    const point a{0, 0, 0}, b{1, 0, 0}, c{bad, 0, 0};
+    ASSERT_EQ(m.read("solid\n" + facet(a, b, c) + facet(a, b, c) + facet({0, 0, 5}, {10, 0, 5}, {5, 1, 5}) + "endsolid"), 0);
+    EXPECT_EQ(m.pos.cols, 7u);
+    EXPECT_EQ(m.tri(2, 1), 3u);
   }
   // Only flat facets: no merging at all, three nodes per facet.
   ASSERT_EQ(m.read("solid\n" + facet({0, 0, 0}, {1, 0, 0}, {2, 0, 0}) + facet({0, 0, 0}, {1, 0, 0}, {0, 0, 0}) + "endsolid"), 0);
