@@ -34,6 +34,9 @@
 // Once a write has failed the writer discards further text; ok() reports the failure. The
 // destructor flushes. The buffer is taken from malloc; when that fails a small inline buffer is
 // used instead, so construction never fails.
+//
+// Everything here is inline: the library hides its internal symbols, and the tests call these
+// directly.
 #ifndef GRIDKIT_FORMATS_TEXT_OUTPUT_HPP
 #define GRIDKIT_FORMATS_TEXT_OUTPUT_HPP
 
