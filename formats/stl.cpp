@@ -37,8 +37,12 @@ struct file_closer {
   }
 };
 
-// Smallest squared distance from a vertex of the triangle to the line through the other two.
-inline double smallest_squared_height(const double* v0, const double* v1, const double* v2) noexcept {
+// Smallest squared distance from a vertex of the triangle to the line through the other two,
+// taken into h2min when it is positive and below it. A squared height that is provably no
+// smaller than h2min (its numerator above h2min times its normal denominator, with a margin
+// far beyond the rounding errors) can't change the outcome and is not divided out.
+inline void take_smallest_squared_height(const double* v0, const double* v1, const double* v2,
+                                         double& h2min) noexcept {
   const double* P[3] = {v0, v1, v2};
   static constexpr int others[3][2] = {{1, 2}, {0, 2}, {0, 1}};
   double best = 0.0;
@@ -51,10 +55,18 @@ inline double smallest_squared_height(const double* v0, const double* v1, const 
     const double cx = dy * ez - dz * ey, cy = dz * ex - dx * ez, cz = dx * ey - dy * ex;
     const double num = cx * cx + cy * cy + cz * cz;
     const double den = ex * ex + ey * ey + ez * ez;
-    const double h2 = den == 0.0 ? num : num / den;
+    double h2;
+    if (den == 0.0) {
+      h2 = num;
+    } else {
+      const double bound = h2min * (den * (1.0 + 1e-12));
+      h2 = den >= std::numeric_limits<double>::min() && bound >= std::numeric_limits<double>::min() && num > bound
+               ? std::numeric_limits<double>::infinity()
+               : num / den;
+    }
     if (i == 0 || h2 < best) best = h2;
   }
-  return best;
+  if (best > 0.0 && best < h2min) h2min = best;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -103,8 +115,7 @@ class facet_collector {
 
   // Queues one facet of three vertices (x, y, z each). False when memory ran out.
   bool add_facet(const double* v0, const double* v1, const double* v2) {
-    const double h2 = smallest_squared_height(v0, v1, v2);
-    if (h2 > 0.0 && h2 < h2min) h2min = h2;
+    take_smallest_squared_height(v0, v1, v2, h2min);
     double* q = queue_[queued_];
     std::memcpy(q, v0, 3 * sizeof(double));
     std::memcpy(q + 3, v1, 3 * sizeof(double));
