@@ -103,14 +103,12 @@ class facet_collector {
   dense2D<unsigned> conn;
   double h2min = std::numeric_limits<double>::max();
 
-  // Room for about `facets` facets in advance (a hint; growth goes on as needed).
-  bool reserve(std::uint64_t facets) {
-    if (facets > 0x55555555u) facets = 0x55555555u;
-    const unsigned f = static_cast<unsigned>(facets);
-    if (!conn.reserve(3, f)) return false;
+  // Room for about `facets` facets in advance. Only a hint, capped (the size of a sparse file
+  // promises nothing) and allowed to fail: growth goes on as needed.
+  void reserve(std::uint64_t facets) {
+    const unsigned f = static_cast<unsigned>(facets < (1u << 22) ? facets : (1u << 22));
     // A closed surface has about half as many vertices as facets.
-    if (!pos.reserve(3, f / 2 + 4)) return false;
-    return grow_table(std::uint64_t(f) / 2 + 16);
+    if (conn.reserve(3, f) && pos.reserve(3, f / 2 + 4)) grow_table(f < (1u << 21) ? f / 2 + 16 : (1u << 20));
   }
 
   // Queues one facet of three vertices (x, y, z each). False when memory ran out.
@@ -290,7 +288,7 @@ int read_ascii(const char* filename, facet_collector& m) {
   if (!lines.next(a, b, stl_line_max)) return lines.failed() ? ERR_ALLOCATION : -2;
   if (!textin::contains_nocase(a, c_string_end(a, b), "solid")) return -2;
   // Room for the facets that the file's size suggests (about 256 bytes each as written here).
-  if (size > 0 && !m.reserve(std::uint64_t(size) / 256)) return ERR_ALLOCATION;
+  if (size > 0) m.reserve(std::uint64_t(size) / 256);
   // Lines of the facet after the "facet normal" one: what each must contain, or (empty)
   // a vertex line.
   static const char* const body[6] = {"outer loop", nullptr, nullptr, nullptr, "endloop", "endfacet"};
@@ -342,7 +340,7 @@ int read_binary(const char* filename, facet_collector& m) {
       hint = todo < held ? todo : held;
     }
   }
-  if (!m.reserve(hint)) return ERR_ALLOCATION;
+  m.reserve(hint);
   constexpr std::size_t block = 4096;
   unsigned char* buf = static_cast<unsigned char*>(std::malloc(block * 50));
   if (!buf) return ERR_ALLOCATION;
