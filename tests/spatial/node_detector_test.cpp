@@ -184,6 +184,8 @@ TEST(NodeDetector, StatusCodesAndStates) {
   EXPECT_EQ(d.size(), 0u);
   EXPECT_EQ(d.reinit(pos, u1({3, 4, 3})), 0);
   EXPECT_EQ(d.find_closest(3u), 4u);  // both copies of node 3 are skipped
+  model m{pos, {}};  // a node the tree does not hold is searched from its coordinates
+  EXPECT_EQ(d.find_closest(10u), m.d2(3, pos.col_ptr(10)) <= m.d2(4, pos.col_ptr(10)) ? 3u : 4u);
   EXPECT_EQ(d.reinit(pos, bad), -2);
   EXPECT_EQ(d.reinit(pos, nullptr, &bad), -2);
   EXPECT_EQ(d.reinit(four, u1({1})), -1);
