@@ -264,7 +264,7 @@ int finish_mesh(facet_collector& m) {
   return status < 0 ? status : 0;
 }
 
-// Keeps the first line byte up to (not including) a NUL: what the C string functions see.
+// End of a line as the C string functions see it: its first NUL byte, if any.
 inline const char* c_string_end(const char* first, const char* last) noexcept {
   const void* z = std::memchr(first, '\0', std::size_t(last - first));
   return z ? static_cast<const char*>(z) : last;
