@@ -152,16 +152,19 @@ inline unsigned face_min(const unsigned* v) noexcept {
   return m;
 }
 
-// b is a rotation of a, or of a reversed (n nodes).
+// b is a rotation of a, or of a reversed (N = 3 or 4 nodes): some b[r] holds a[0] and the other
+// nodes follow from there in one direction or the other.
 template <unsigned N>
 inline bool same_cycle(const unsigned* a, const unsigned* b) noexcept {
   for (unsigned r = 0; r < N; ++r) {
-    bool fwd = true, bwd = true;
-    for (unsigned k = 0; k < N && (fwd || bwd); ++k) {
-      fwd = fwd && a[k] == b[(r + k) % N];
-      bwd = bwd && a[k] == b[(r + N - k) % N];
+    if (b[r] != a[0]) continue;
+    const unsigned* f = b + (r + 1) % N;      // next after b[r]
+    const unsigned* g = b + (r + N - 1) % N;  // previous before b[r]
+    if constexpr (N == 3) {
+      if ((*f == a[1] && *g == a[2]) || (*g == a[1] && *f == a[2])) return true;
+    } else {
+      if (b[(r + 2) % N] == a[2] && ((*f == a[1] && *g == a[3]) || (*g == a[1] && *f == a[3]))) return true;
     }
-    if (fwd || bwd) return true;
   }
   return false;
 }
