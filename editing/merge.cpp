@@ -5,14 +5,14 @@
 // in it), j lies in the closed box of half-width tolerance centred on i, and the Euclidean
 // distance from i to j is at most the tolerance. Each paired j is merged into U2[k] for the
 // smallest such k, and chains of merges are then followed to their end. Any search that finds
-// every pair gives the same table; this one sorts the nodes along a Morton curve of a fine grid
-// over their bounding box and reads the cells of a coarser level of that grid as runs of the
-// sorted array:
-//  - evenly spread nodes: every node queries its own cell (and, rarely, the cells that its box
-//    reaches into) in curve order, keeping for each node the smallest k that pairs with it;
-//  - clustered nodes, or two different lists: the queries run in the order of k and a node
-//    leaves its cell once merged or once its own rank has passed, so a crowd of coincident
-//    nodes is swept by its first query instead of being compared pair by pair.
+// every pair gives the same table; three are used, by how the nodes are spread:
+//  - one list, evenly spread: a dense grid of about two cells per node, swept in cell order,
+//    keeping for each node the smallest k that pairs with it;
+//  - one list, unevenly spread (surfaces): the same over the runs of a Morton-sorted fine grid,
+//    at the coarsest level that stays uncrowded;
+//  - crowded nodes, or two lists: a balanced k-d tree queried in the order of k, from which a
+//    node leaves once merged or once its own rank has passed, so a crowd of coincident nodes is
+//    swept by its first query instead of being compared pair by pair.
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -93,6 +93,15 @@ struct record {
   std::uint64_t key;  // Morton code of the node's cell at the finest level in use
 };
 
+// A node of the k-d tree over records: the bounds of its records, the records [begin, end),
+// how many of them are still live, its parent, and its first child (the second follows it;
+// NONE for a leaf). A leaf's live records are [begin, begin + live).
+template <unsigned D>
+struct kd_node {
+  double lo[D], hi[D];
+  unsigned begin, end, live, parent, left;
+};
+
 template <unsigned D>
 class solver {
  public:
@@ -116,6 +125,8 @@ class solver {
   }
 
  private:
+  static constexpr std::size_t NONE_RUN = std::size_t(-1);
+
   const double* coords(unsigned node) const { return pb_.xyz + std::size_t(node) * pb_.ld; }
   static bool finite(const double* x) {
     for (unsigned a = 0; a < D; ++a)
@@ -194,11 +205,16 @@ class solver {
     }
     return sum + run * run;
   }
+  void fill(record<D>& r, unsigned t, const double* x) const {
+    for (unsigned a = 0; a < D; ++a) r.x[a] = x[a];
+    r.t = t;
+    r.aux = pb_.same ? (pb_.tag ? pb_.tag[t] : 0u) : pb_.rank[t];
+  }
 
   bool finite_tolerance();
   int dense_sweep(std::size_t m, unsigned m_min, const double* hi);
-  void sweep_in_curve_order();
-  void sweep_in_query_order();
+  int curve_sweep(std::size_t m, unsigned m_min);
+  bool tree_sweep(std::size_t m);
 
   std::size_t find_run(std::uint64_t code) const {
     const std::uint64_t* c = codes_.get();
@@ -206,8 +222,8 @@ class solver {
     return r < runs_ && c[r] == code ? r : NONE_RUN;
   }
 
-  // Calls f(run) for every occupied cell of the chosen level that the box around q reaches.
-  // `own`: the run of q's own cell when known (the only one when the box stays inside it).
+  // Curve sweep: calls f(run) for every occupied cell of the chosen level that the box around
+  // q reaches. `own`: the run of q's own cell (the only one when the box stays inside it).
   template <class F>
   void for_each_cell(const double* q, std::size_t own, F&& f) const {
     unsigned lo[D], hi[D];
@@ -218,8 +234,7 @@ class solver {
       single = single && lo[a] == hi[a];
     }
     if (single) {
-      const std::size_t r = own != NONE_RUN ? own : find_run(geo::morton(lo));
-      if (r != NONE_RUN) f(r);
+      f(own);
       return;
     }
     unsigned c[D];
@@ -234,18 +249,16 @@ class solver {
     }
   }
 
-  static constexpr std::size_t NONE_RUN = std::size_t(-1);
-
   const problem& pb_;
   unsigned* best_;
   double half_min_[D] = {};
   double scale_ = 0;
-  unsigned shift_ = 0;  // fine coordinate >> shift_ = cell coordinate at the chosen level
+  buffer<record<D>> rec_;  // the finite nodes of U1 (curve order once the curve sweep sorted them)
+  bool gathered_ = false;
+  unsigned shift_ = 0;     // curve sweep: fine coordinate >> shift_ = cell coordinate
   std::size_t runs_ = 0;
-  buffer<std::uint64_t> codes_;  // cell code of each run, ascending
-  buffer<unsigned> begin_;       // first record of each run, and the end
-  buffer<record<D>> rec_;
-  buffer<unsigned> live_;  // query-order sweep: end of the live part of each run
+  buffer<std::uint64_t> codes_;  // curve sweep: cell code of each run, ascending
+  buffer<unsigned> begin_;       // curve sweep: first record of each run, and the end
 };
 
 template <unsigned D>
@@ -266,7 +279,8 @@ bool solver<D>::finite_tolerance() {
   }
   if (m == 0) return true;
 
-  // Grid of 2^B cells along the widest extent; halves keep the extent finite.
+  // Grid of 2^B fine cells along the widest extent of the bounding box; halves keep the extent
+  // finite.
   double half_extent = 0;
   for (unsigned a = 0; a < D; ++a) {
     half_min_[a] = 0.5 * lo[a];
@@ -281,126 +295,18 @@ bool solver<D>::finite_tolerance() {
   while (m_min < B && std::ldexp(1.0, int(m_min)) < reach) ++m_min;
 
   if (pb.same) {
-    const int done = dense_sweep(m, m_min, hi);
+    int done = dense_sweep(m, m_min, hi);
+    if (done == 0) done = curve_sweep(m, m_min);
     if (done != 0) return done > 0;
   }
-
-  const unsigned levels = B - m_min;  // coarser levels above m_min
-
-  // Counting sort on the top bits of the keys (about one bucket per node), moving whole records;
-  // the buckets are then sorted on their own. Keys are computed in a pass of their own so that
-  // the scattered counter and record accesses below overlap in tight loops.
-  unsigned top = 0;  // levels covered by the buckets
-  while (top < levels && (std::uint64_t(1) << (D * (top + 1))) <= 2 * std::uint64_t(m)) ++top;
-  const unsigned bucket_shift = D * (levels - top);
-  const std::size_t buckets = std::size_t(1) << (D * top);
-  buffer<std::uint64_t> keys;
-  buffer<unsigned> ends;  // counts, exclusive prefix sums, then the end of each bucket
-  if (!keys.allocate(m) || !ends.allocate(buckets, true)) return false;
-  for (std::size_t t = 0, i = 0; t < pb.n1; ++t) {
-    const double* x = coords(pb.node1(t));
-    if (finite(x)) keys[i++] = key_of(x, m_min);
-  }
-  for (std::size_t i = 0; i < m; ++i) ++ends[std::size_t(keys[i] >> bucket_shift)];
-  {
-    unsigned sum = 0;
-    for (std::size_t b = 0; b < buckets; ++b) {
-      const unsigned c = ends[b];
-      ends[b] = sum;
-      sum += c;
-    }
-  }
-  if (!rec_.allocate(m)) return false;
-  for (std::size_t t = 0, i = 0; t < pb.n1; ++t) {
-    const double* x = coords(pb.node1(t));
-    if (!finite(x)) continue;
-    const std::uint64_t key = keys[i++];
-    record<D>& r = rec_[ends[std::size_t(key >> bucket_shift)]++];
-    for (unsigned a = 0; a < D; ++a) r.x[a] = x[a];
-    r.t = unsigned(t);
-    r.aux = pb.same ? (pb.tag ? pb.tag[t] : 0u) : pb.rank[t];
-    r.key = key;
-  }
-  keys.reset();
-  record<D>* rec = rec_.get();
-  const auto by_key = [](const record<D>& a, const record<D>& b) { return a.key < b.key; };
-  for (std::size_t b = 0, s = 0; b < buckets; s = ends[b++]) {
-    const std::size_t e = ends[b];
-    if (e - s < 2) continue;
-    if (e - s > 16) {
-      std::sort(rec + s, rec + e, by_key);
-      continue;
-    }
-    for (std::size_t i = s + 1; i < e; ++i) {
-      const record<D> v = rec[i];
-      std::size_t j = i;
-      for (; j > s && v.key < rec[j - 1].key; --j) rec[j] = rec[j - 1];
-      rec[j] = v;
-    }
-  }
-
-  // Level choice: the coarsest level whose crowding stays close to that of the finest one.
-  // Levels at or above the buckets' are measured on the bucket counts.
-  const unsigned bucket_level = levels - top;
-  auto crowding_at = [&](unsigned level) -> std::uint64_t {
-    if (level < bucket_level) return crowding(m, D * level);
-    const std::size_t group = std::size_t(1) << (D * (level - bucket_level));
-    std::uint64_t sum = 0;
-    for (std::size_t b = 0, s = 0; b < buckets; b += group) {
-      const std::uint64_t e = ends[b + group - 1];
-      sum += (e - s) * (e - s);
-      s = std::size_t(e);
-    }
-    return sum;
-  };
-  const std::uint64_t base = crowding(m, 0);
-  const bool clustered = base > 16 * std::uint64_t(m) + 4096;
-  unsigned level = 0;
-  if (!clustered) {
-    const std::uint64_t limit = 2 * base + 2 * std::uint64_t(m);
-    unsigned a = 0, b = levels;  // crowding_at(a) <= limit
-    // Start at the buckets' level, the usual answer for evenly spread nodes.
-    if (crowding_at(bucket_level) <= limit)
-      a = bucket_level;
-    else if (bucket_level > 0)
-      b = bucket_level - 1;
-    while (a < b) {
-      const unsigned mid = (a + b + 1) / 2;
-      if (crowding_at(mid) <= limit)
-        a = mid;
-      else
-        b = mid - 1;
-    }
-    level = a;
-  }
-  ends.reset();
-  shift_ = m_min + level;
-  const unsigned code_shift = D * level;
-
-  if (!codes_.allocate(m) || !begin_.allocate(m + 1)) return false;
-  runs_ = 0;
-  for (std::size_t i = 0; i < m; ++i) {
-    if (i == 0 || (rec[i].key ^ rec[i - 1].key) >> code_shift) {
-      codes_[runs_] = rec[i].key >> code_shift;
-      begin_[runs_] = unsigned(i);
-      ++runs_;
-    }
-  }
-  begin_[runs_] = unsigned(m);
-
-  if (pb.same && !clustered) {
-    sweep_in_curve_order();
-  } else {
-    if (!live_.allocate(runs_)) return false;
-    sweep_in_query_order();
-  }
-  return true;
+  return tree_sweep(m);
 }
 
 // One list over a dense grid of about two cells per node (cells no narrower than the
 // tolerance): node positions are counting-sorted by cell and every node queries the cells its
-// box reaches, in cell order. Returns 1 when done, 0 when the grid does not suit the nodes (too
-// crowded: the sorted-curve structure takes over), -1 when memory ran out.
+// box reaches, in cell order, keeping for each node the smallest rank that pairs with it.
+// Returns 1 when done, 0 when the grid does not suit the nodes (too crowded), -1 when memory
+// ran out.
 template <unsigned D>
 int solver<D>::dense_sweep(std::size_t m, unsigned m_min, const double* hi) {
   const problem& pb = pb_;
@@ -439,17 +345,15 @@ int solver<D>::dense_sweep(std::size_t m, unsigned m_min, const double* hi) {
   if (crowd > 8 * std::uint64_t(m) + 4096) return 0;
   for (std::size_t c = 0; c < cells; ++c) count[c] += start[c];  // start[c] = first of cell c
   if (!order.allocate(m)) return -1;
-  {
-    // Scatter with a running cursor per cell: start[c] becomes the end of cell c - 1 ...
-    for (std::size_t t = 0, i = 0; t < pb.n1; ++t) {
-      if (!finite(coords(pb.node1(t)))) continue;
-      order[start[cell_of[i]]++] = unsigned(t);
-      ++i;
-    }
-    // ... so shifting back by one restores the starts.
-    for (std::size_t c = cells; c > 0; --c) start[c] = start[c - 1];
-    start[0] = 0;
+  // Scatter with a running cursor per cell: start[c] becomes the end of cell c, so shifting
+  // back by one restores the starts.
+  for (std::size_t t = 0, i = 0; t < pb.n1; ++t) {
+    if (!finite(coords(pb.node1(t)))) continue;
+    order[start[cell_of[i]]++] = unsigned(t);
+    ++i;
   }
+  for (std::size_t c = cells; c > 0; --c) start[c] = start[c - 1];
+  start[0] = 0;
   cell_of.reset();
 
   const unsigned* first = start.get();
@@ -467,10 +371,10 @@ int solver<D>::dense_sweep(std::size_t m, unsigned m_min, const double* hi) {
 #endif
     const unsigned k = ord[s];
     const double* q = coords(pb.node1(k));
-    unsigned lo[D], hi[D];
+    unsigned lo[D], hi_c[D];
     for (unsigned a = 0; a < D; ++a) {
       lo[a] = std::min(fine(q[a] - tol, a) >> g, top[a]);
-      hi[a] = std::min(fine(q[a] + tol, a) >> g, top[a]);
+      hi_c[a] = std::min(fine(q[a] + tol, a) >> g, top[a]);
     }
     const auto scan = [&](std::uint64_t c) {
       for (std::size_t u = first[c]; u < first[c + 1]; ++u) {
@@ -488,7 +392,7 @@ int solver<D>::dense_sweep(std::size_t m, unsigned m_min, const double* hi) {
       for (unsigned a = 0; a < D; ++a) id += c[a] * stride[a];
       scan(id);
       unsigned a = 0;
-      while (a < D && c[a] == hi[a]) c[a] = lo[a], ++a;
+      while (a < D && c[a] == hi_c[a]) c[a] = lo[a], ++a;
       if (a == D) break;
       ++c[a];
     }
@@ -496,12 +400,108 @@ int solver<D>::dense_sweep(std::size_t m, unsigned m_min, const double* hi) {
   return 1;
 }
 
-// One list, evenly spread: every node queries its neighbourhood in curve order; a pair is
-// kept from the side of the smaller rank, and each node keeps its smallest pairing rank.
+// One list sorted along a Morton curve of the fine grid, for nodes the dense grid finds too
+// crowded (surfaces, uneven spreads). A counting sort on the top bits of the keys (about one
+// bucket per node) moves whole records, and the buckets are sorted on their own; the cells of a
+// chosen level are then runs of the sorted records, and every node queries the runs its box
+// reaches in curve order. Returns 1 when done, 0 when even the finest cells are crowded (the
+// records are then left gathered for the tree), -1 when memory ran out.
 template <unsigned D>
-void solver<D>::sweep_in_curve_order() {
-  const record<D>* rec = rec_.get();
-  const bool tagged = pb_.tag != nullptr;
+int solver<D>::curve_sweep(std::size_t m, unsigned m_min) {
+  const problem& pb = pb_;
+  const unsigned levels = B - m_min;  // coarser levels above m_min
+  unsigned top = 0;                   // levels covered by the buckets
+  while (top < levels && (std::uint64_t(1) << (D * (top + 1))) <= 2 * std::uint64_t(m)) ++top;
+  const unsigned bucket_shift = D * (levels - top);
+  const std::size_t buckets = std::size_t(1) << (D * top);
+  // Keys get a pass of their own so that the scattered accesses below overlap in tight loops.
+  buffer<std::uint64_t> keys;
+  buffer<unsigned> ends;  // counts, exclusive prefix sums, then the end of each bucket
+  if (!keys.allocate(m) || !ends.allocate(buckets, true)) return -1;
+  for (std::size_t t = 0, i = 0; t < pb.n1; ++t) {
+    const double* x = coords(pb.node1(t));
+    if (finite(x)) keys[i++] = key_of(x, m_min);
+  }
+  for (std::size_t i = 0; i < m; ++i) ++ends[std::size_t(keys[i] >> bucket_shift)];
+  for (std::size_t b = 0, sum = 0; b < buckets; ++b) {
+    const unsigned c = ends[b];
+    ends[b] = unsigned(sum);
+    sum += c;
+  }
+  if (!rec_.allocate(m)) return -1;
+  for (std::size_t t = 0, i = 0; t < pb.n1; ++t) {
+    const double* x = coords(pb.node1(t));
+    if (!finite(x)) continue;
+    const std::uint64_t key = keys[i++];
+    record<D>& r = rec_[ends[std::size_t(key >> bucket_shift)]++];
+    fill(r, unsigned(t), x);
+    r.key = key;
+  }
+  gathered_ = true;
+  keys.reset();
+  record<D>* rec = rec_.get();
+  const auto by_key = [](const record<D>& a, const record<D>& b) { return a.key < b.key; };
+  for (std::size_t b = 0, s = 0; b < buckets; s = ends[b++]) {
+    const std::size_t e = ends[b];
+    if (e - s < 2) continue;
+    if (e - s > 16) {
+      std::sort(rec + s, rec + e, by_key);
+      continue;
+    }
+    for (std::size_t i = s + 1; i < e; ++i) {
+      const record<D> v = rec[i];
+      std::size_t j = i;
+      for (; j > s && v.key < rec[j - 1].key; --j) rec[j] = rec[j - 1];
+      rec[j] = v;
+    }
+  }
+
+  // Level choice: the coarsest level whose crowding stays close to that of the finest one.
+  // Levels at or above the buckets' are measured on the bucket counts.
+  const std::uint64_t base = crowding(m, 0);
+  if (base > 16 * std::uint64_t(m) + 4096) return 0;
+  const unsigned bucket_level = levels - top;
+  auto crowding_at = [&](unsigned level) -> std::uint64_t {
+    if (level < bucket_level) return crowding(m, D * level);
+    const std::size_t group = std::size_t(1) << (D * (level - bucket_level));
+    std::uint64_t sum = 0;
+    for (std::size_t b = 0, s = 0; b < buckets; b += group) {
+      const std::uint64_t e = ends[b + group - 1];
+      sum += (e - s) * (e - s);
+      s = std::size_t(e);
+    }
+    return sum;
+  };
+  const std::uint64_t limit = 2 * base + 2 * std::uint64_t(m);
+  unsigned a = 0, b = levels;  // crowding_at(a) <= limit
+  // Start at the buckets' level, the usual answer for evenly spread nodes.
+  if (crowding_at(bucket_level) <= limit)
+    a = bucket_level;
+  else if (bucket_level > 0)
+    b = bucket_level - 1;
+  while (a < b) {
+    const unsigned mid = (a + b + 1) / 2;
+    if (crowding_at(mid) <= limit)
+      a = mid;
+    else
+      b = mid - 1;
+  }
+  const unsigned level = a;
+  ends.reset();
+  shift_ = m_min + level;
+  const unsigned code_shift = D * level;
+  if (!codes_.allocate(m) || !begin_.allocate(m + 1)) return -1;
+  runs_ = 0;
+  for (std::size_t i = 0; i < m; ++i) {
+    if (i == 0 || (rec[i].key ^ rec[i - 1].key) >> code_shift) {
+      codes_[runs_] = rec[i].key >> code_shift;
+      begin_[runs_] = unsigned(i);
+      ++runs_;
+    }
+  }
+  begin_[runs_] = unsigned(m);
+
+  const bool tagged = pb.tag != nullptr;
   for (std::size_t r = 0; r < runs_; ++r) {
     for (std::size_t p = begin_[r]; p < begin_[r + 1]; ++p) {
       const record<D>& q = rec[p];
@@ -516,38 +516,118 @@ void solver<D>::sweep_in_curve_order() {
       });
     }
   }
+  return 1;
 }
 
-// Queries in the order of k. A node leaves its cell (swapped behind the cell's live part) once
-// it is merged or its rank is reached, since no later query can pair with it.
+// Crowded nodes, or two lists: a balanced k-d tree (median splits on the widest axis, exact
+// node bounds) queried in the order of k. A node leaves the tree once merged or once its own
+// rank has passed, since no later query can pair with it; live counts let queries skip emptied
+// subtrees, so a crowd of coincident nodes is swept by its first query.
 template <unsigned D>
-void solver<D>::sweep_in_query_order() {
+bool solver<D>::tree_sweep(std::size_t m) {
+  const problem& pb = pb_;
+  if (!gathered_) {
+    if (!rec_.allocate(m)) return false;
+    for (std::size_t t = 0, i = 0; t < pb.n1; ++t) {
+      const double* x = coords(pb.node1(t));
+      if (finite(x)) fill(rec_[i++], unsigned(t), x);
+    }
+  }
   record<D>* rec = rec_.get();
-  unsigned* live_end = live_.get();  // end of each run's live part
-  for (std::size_t r = 0; r < runs_; ++r) live_end[r] = begin_[r + 1];
-  const bool tagged = pb_.tag != nullptr;
-  for (std::size_t k = 0; k < pb_.n2; ++k) {
-    const double* q = coords(pb_.node2(k));
+  constexpr unsigned leaf_size = 8;
+  // Leaves hold 4 to 8 records (or any number of coincident ones), so m / 2 + 3 nodes suffice.
+  const std::size_t capacity = m / 2 + 3;
+  buffer<kd_node<D>> tree;
+  if (!tree.allocate(capacity)) return false;
+  kd_node<D>* nodes = tree.get();
+  std::size_t count = 1;
+  nodes[0].begin = 0;
+  nodes[0].end = nodes[0].live = unsigned(m);
+  nodes[0].parent = NONE;
+  constexpr unsigned max_depth = 96;
+  unsigned stack[max_depth];
+  unsigned sp = 0;
+  stack[sp++] = 0;
+  while (sp) {
+    kd_node<D>& nd = nodes[stack[--sp]];
+    nd.left = NONE;
+    for (unsigned a = 0; a < D; ++a) nd.lo[a] = nd.hi[a] = rec[nd.begin].x[a];
+    for (unsigned i = nd.begin + 1; i < nd.end; ++i)
+      for (unsigned a = 0; a < D; ++a) {
+        nd.lo[a] = std::min(nd.lo[a], rec[i].x[a]);
+        nd.hi[a] = std::max(nd.hi[a], rec[i].x[a]);
+      }
+    unsigned axis = 0;
+    for (unsigned a = 1; a < D; ++a)
+      if (nd.hi[a] - nd.lo[a] > nd.hi[axis] - nd.lo[axis]) axis = a;
+    if (nd.end - nd.begin <= leaf_size || !(nd.hi[axis] > nd.lo[axis]) || count + 2 > capacity ||
+        sp + 2 > max_depth)
+      continue;
+    const unsigned mid = nd.begin + (nd.end - nd.begin) / 2;
+    std::nth_element(rec + nd.begin, rec + mid, rec + nd.end,
+                     [axis](const record<D>& x, const record<D>& y) { return x.x[axis] < y.x[axis]; });
+    const unsigned l = unsigned(count);
+    count += 2;
+    const unsigned self = unsigned(&nd - nodes);
+    nodes[l] = kd_node<D>{{}, {}, nd.begin, mid, mid - nd.begin, self, NONE};
+    nodes[l + 1] = kd_node<D>{{}, {}, mid, nd.end, nd.end - mid, self, NONE};
+    nd.left = l;
+    stack[sp++] = l + 1;
+    stack[sp++] = l;
+  }
+
+  const bool tagged = pb.tag != nullptr;
+  const double tol = pb.tol;
+  const double* last = nullptr;  // previous query that ran
+  unsigned last_tag = 0;
+  for (std::size_t k = 0; k < pb.n2; ++k) {
+    const double* q = coords(pb.node2(k));
     if (!finite(q)) continue;
-    const unsigned tag_q = tagged ? pb_.tag[k] : 0u;
-    for_each_cell(q, NONE_RUN, [&](std::size_t cell) {
-      std::size_t s = begin_[cell], e = live_end[cell];
+    const unsigned tag_q = tagged ? pb.tag[k] : 0u;
+    // A query at the place (and with the tag) of the previous one finds nothing new: what
+    // pairs with it paired with the previous query and has left.
+    if (last && tag_q == last_tag) {
+      bool same = true;
+      for (unsigned a = 0; a < D; ++a) same = same && q[a] == last[a];
+      if (same) continue;
+    }
+    last = q;
+    last_tag = tag_q;
+    double qlo[D], qhi[D];
+    for (unsigned a = 0; a < D; ++a) qlo[a] = q[a] - tol, qhi[a] = q[a] + tol;
+    sp = 0;
+    stack[sp++] = 0;
+    while (sp) {
+      const unsigned i = stack[--sp];
+      kd_node<D>& nd = nodes[i];
+      if (nd.live == 0) continue;
+      bool overlap = true;
+      for (unsigned a = 0; a < D; ++a) overlap = overlap && qlo[a] <= nd.hi[a] && qhi[a] >= nd.lo[a];
+      if (!overlap) continue;
+      if (nd.left != NONE) {
+        stack[sp++] = nd.left + 1;
+        stack[sp++] = nd.left;
+        continue;
+      }
+      unsigned s = nd.begin, e = nd.begin + nd.live;
       while (s < e) {
         record<D>& j = rec[s];
-        const unsigned rank = pb_.same ? j.t : j.aux;
+        const unsigned rank = pb.same ? j.t : j.aux;
         bool leave = rank <= k;
         if (!leave && pairs(q, j.x) && (!tagged || eligible(tag_q, j.aux))) {
           best_[j.t] = unsigned(k);
           leave = true;
         }
-        if (leave)
-          std::swap(j, rec[--e]);
-        else
+        if (!leave) {
           ++s;
+          continue;
+        }
+        std::swap(j, rec[--e]);
+        for (unsigned p = i; p != NONE; p = nodes[p].parent) --nodes[p].live;
       }
-      live_end[cell] = unsigned(e);
-    });
+    }
   }
+  return true;
 }
 
 // Turns the smallest pairing ranks into the renumbering table (one entry per coordinate

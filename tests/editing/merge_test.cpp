@@ -203,6 +203,32 @@ TEST(MergePoints, InfiniteToleranceAndStridedCoordinates) {
   EXPECT_EQ(expect, values(map));
 }
 
+TEST(MergePoints, ExtremeMagnitudes) {
+  // Overflowing extents and boxes, subnormal spacings, and a far node that squeezes the rest
+  // into one cell of any grid over the bounding box.
+  std::mt19937 rng(13);
+  const double big = std::numeric_limits<double>::max(), sub = std::numeric_limits<double>::denorm_min();
+  const struct {
+    double scale, offset, far, tol;
+  } cases[] = {{big / 4, 0, 0, big / 8}, {big / 4, 0, 0, 1e300},     {1e-310, 0, 0, 3 * sub},
+               {1.0, 0, -1e300, 0.05},   {1.0, 1e15, 1e300, 0.125}, {1.0, 0, 1e7, 0.0}};
+  for (const auto& c : cases) {
+    const unsigned n = 600;
+    D2 pos(3, n);
+    for (unsigned j = 0; j < n; ++j)
+      for (unsigned a = 0; a < 3; ++a)
+        pos(a, j) = j > 0 && rng() % 3 == 0 ? pos(a, rng() % j) : c.offset + c.scale * (double(rng() % 64) - 32);
+    if (c.far != 0) pos(1, n - 1) = c.far;
+    std::vector<unsigned> all(n);
+    for (unsigned j = 0; j < n; ++j) all[j] = j;
+    int count = 0;
+    const auto expect = reference(pos, all, all, c.tol, count);
+    U1 map;
+    EXPECT_EQ(count, merge(pos, to_list(all), map, c.tol)) << c.scale << " " << c.tol;
+    EXPECT_EQ(expect, values(map)) << c.scale << " " << c.tol;
+  }
+}
+
 TEST(MergePoints, WholeMatrixOverwritesMergedCoordinates) {
   // 2000 spread points and 200 copies moved by far less than the tolerance.
   std::mt19937 rng(9);
