@@ -146,7 +146,7 @@ class index_set {
   // Inserts v (not NULL_INDEX); true when it was not there. Values at or above the bound are
   // never stored.
   bool insert_if_new(unsigned v) {
-    if (v >= bound_) return false;
+    if (v >= bound_ || failed_) return false;
     if (bits_mode_) {
       std::uint64_t& w = bits_[v >> 6];
       const std::uint64_t m = std::uint64_t(1) << (v & 63);
@@ -162,10 +162,17 @@ class index_set {
       if (e == NULL_INDEX) break;
       s = (s + 1) & mask_;
     }
+    if (used_ + 2 > table_.size()) {  // keep one slot free so that probing always ends
+      failed_ = true;
+      return false;
+    }
     table_[s] = v;
     if (++used_ * 2 > table_.size()) grow();
     return true;
   }
+
+  // A hash table could not grow and filled up: the results are incomplete.
+  bool failed() const noexcept { return failed_; }
 
   // Hash mode: number of members. Bit mode: insertions made through insert_if_new only.
   std::uint64_t count() const noexcept { return used_; }
@@ -209,17 +216,16 @@ class index_set {
     }
     return true;
   }
-  // The table never fills: it doubles at half load (2^33 slots hold every 32-bit value).
-  // Exhausted memory raises the standard allocation failure, as for any internal hash table.
-  void grow() {
-    if (!rehash(std::uint64_t(table_.size()) * 2)) throw std::bad_alloc();
-  }
+  // The table doubles at half load (2^33 slots hold every 32-bit value). When memory runs out
+  // it goes on filling the current table, and failed() tells once it is full.
+  void grow() { rehash(std::uint64_t(table_.size()) * 2); }
 
   std::uint64_t bound_ = 0;
   std::uint64_t budget_ = 0;
   std::uint64_t used_ = 0;
   bool bits_mode_ = true;
   bool growable_ = false;
+  bool failed_ = false;
   buffer<std::uint64_t> bits_;
   buffer<unsigned> table_;
   buffer<unsigned> excluded_;
@@ -264,7 +270,7 @@ inline std::size_t append_new(index_set& seen, ForEachRun&& for_each_run, unsign
       }
     }
   });
-  return failed ? SIZE_MAX : k;
+  return failed || seen.failed() ? SIZE_MAX : k;
 }
 
 }  // namespace kvo::gridkit::compaction

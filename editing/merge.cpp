@@ -681,7 +681,7 @@ bool distinct_nodes(Visit&& visit, unsigned bound, buffer<unsigned>& out, std::s
   if (!out.allocate(std::size_t(std::min<std::uint64_t>(entries, bound)))) return false;
   if (out.size() == 0) return true;
   count = compaction::append_new(seen, visit, out.get());
-  return true;
+  return count != SIZE_MAX;
 }
 
 void setup_coords(problem& pb, const dense2D<double>& pos) {

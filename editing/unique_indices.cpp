@@ -72,7 +72,7 @@ int count_unique(Visit&& visit) {
       }
     }
   });
-  if (failed) return ERR_ALLOCATION;
+  if (failed || seen.failed()) return ERR_ALLOCATION;
   if (const std::uint64_t* bits = seen.bits()) {
     std::uint64_t count = 0;
     for (std::size_t w = 0; w < seen.bit_words(); ++w) count += unsigned(std::popcount(bits[w]));
