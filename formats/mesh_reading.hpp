@@ -157,6 +157,23 @@ inline void empty_outputs(dense2D<double>& pos, dense2D<unsigned>* first, dense2
   }
 }
 
+// The whole reading of a mesh file: load it, parse it into sections, hand them over; every
+// output is emptied on failure. `parse(bytes, pos, sections)` returns 0 or a status.
+template <class Parse>
+int read_mesh(const char* filename, dense2D<double>& pos, dense2D<unsigned>* first, dense2D<unsigned>* last,
+              dense1D<int, 16>& FEtypes, dense1D<unsigned, 16>* references, Parse&& parse) {
+  if (last < first) return -2;
+  std::vector<char> bytes;
+  int status = read_file(filename, bytes) ? 0 : -1;
+  if (status == 0) {
+    sections s;
+    status = parse(bytes, pos, s);
+    if (status == 0) status = deliver(s, first, last, FEtypes, references);
+  }
+  if (status != 0) empty_outputs(pos, first, last, FEtypes, references);
+  return status;
+}
+
 }  // namespace kvo::gridkit::meshin
 
 #endif

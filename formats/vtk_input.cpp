@@ -123,16 +123,7 @@ int parse(const std::vector<char>& bytes, dense2D<double>& pos, meshin::sections
 
 int vtk_input(const char* filename, dense2D<double>& pos, dense2D<unsigned>* first, dense2D<unsigned>* last,
               dense1D<int, 16>& FEtypes, dense1D<unsigned, 16>* references) {
-  if (last < first) return -2;
-  std::vector<char> bytes;
-  int status = meshin::read_file(filename, bytes) ? 0 : -1;
-  if (status == 0) {
-    meshin::sections s;
-    status = parse(bytes, pos, s);
-    if (status == 0) status = meshin::deliver(s, first, last, FEtypes, references);
-  }
-  if (status != 0) meshin::empty_outputs(pos, first, last, FEtypes, references);
-  return status;
+  return meshin::read_mesh(filename, pos, first, last, FEtypes, references, parse);
 }
 
 }  // namespace kvo::gridkit
