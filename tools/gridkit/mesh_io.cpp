@@ -8,13 +8,40 @@ namespace gk = kvo::gridkit;
 
 namespace cli {
 
-unsigned mesh::elements() const {
-  unsigned n = 0;
+unsigned long long mesh::elements() const {
+  unsigned long long n = 0;
   for (const auto& c : conn) n += c.cols;
   return n;
 }
 
-namespace {
+dense1D<int, 16> mesh::type_list() const {
+  dense1D<int, 16> t;
+  for (auto e : types) t.push_back_n(int(e), 1);
+  return t;
+}
+
+void mesh::prune() {
+  std::size_t k = 0;
+  for (std::size_t i = 0; i < conn.size(); ++i) {
+    if (conn[i].cols == 0) continue;
+    conn[k] = conn[i];
+    types[k++] = types[i];
+  }
+  conn.resize(k);
+  types.resize(k);
+}
+
+long long drop_unused_nodes(mesh& m) {
+  if (m.pos.cols == 0) return 0;
+  dense1D<unsigned, 16> new_IDs;
+  const int s = m.conn.empty() ? 0 : gk::simplify(m.pos, m.conn.data(), m.conn.data() + m.conn.size(), new_IDs, 0);
+  if (m.conn.empty()) {
+    const long long n = m.pos.cols;
+    m.pos.resize(m.pos.rows, 0);
+    return n;
+  }
+  return s < 0 ? -1 : s;
+}
 
 std::string extension(const std::string& file) {
   const auto slash = file.find_last_of('/');
@@ -24,6 +51,8 @@ std::string extension(const std::string& file) {
   for (char& c : e) c = char(std::tolower(static_cast<unsigned char>(c)));
   return e;
 }
+
+namespace {
 
 bool file_exists(const std::string& file) {
   std::FILE* f = std::fopen(file.c_str(), "rb");
@@ -80,8 +109,10 @@ bool read_mesh(const std::string& file, mesh& m, std::string& error) {
     dense2D<unsigned> tri;
     const int s = gk::STL_input(file.c_str(), m.pos, tri);
     if (s == -1) {
-      error = file_exists(file) ? file + ": cannot read the file, or its binary STL header is short"
-                                : file + ": no such file";
+      // Too short for a binary header after the ASCII reading failed, or not readable at all.
+      error = !file_exists(file) ? file + ": no such file"
+                                 : file + ": not a valid STL file (not complete ASCII STL, and too short for a "
+                                          "binary STL header), or it cannot be read";
       return false;
     }
     if (s == gk::ERR_ALLOCATION) {
@@ -125,8 +156,7 @@ bool read_mesh(const std::string& file, mesh& m, std::string& error) {
 
 bool write_mesh(const std::string& file, const mesh& m, std::string& error) {
   const std::string e = extension(file);
-  dense1D<int, 16> types;
-  for (auto t : m.types) types.push_back_n(int(t), 1);
+  const dense1D<int, 16> types = m.type_list();
   const dense2D<unsigned>* first = m.conn.data();
   const dense2D<unsigned>* last = first + m.conn.size();
   int s = 0;

@@ -1,4 +1,5 @@
 // Terminal and JSON output helpers.
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 
@@ -61,8 +62,8 @@ json& json::value(const char* key, double v) {
   prefix(key);
   if (std::isfinite(v)) {
     char buf[32];
-    std::snprintf(buf, sizeof buf, "%.17g", v);
-    out_ += buf;
+    const auto r = std::to_chars(buf, buf + sizeof buf, v);  // shortest text that reads back exactly
+    out_.append(buf, r.ptr);
   } else {
     out_ += "null";  // JSON has no NaN or infinity
   }
@@ -90,6 +91,46 @@ void print_bars(const std::vector<std::string>& labels, const std::vector<unsign
     std::string bar(n, '#');
     std::printf("  %-12s %10llu %s\n", labels[k].c_str(), counts[k], bar.c_str());
   }
+}
+
+void histogram_rows(const kvo::misc::histogram& h, std::vector<std::string>& labels,
+                    std::vector<unsigned long long>& counts) {
+  char buf[64];
+  if (h.below()) {
+    std::snprintf(buf, sizeof buf, "< %g", h.lower());
+    labels.push_back(buf);
+    counts.push_back(h.below());
+  }
+  const double w = (h.upper() - h.lower()) / h.bins();
+  for (unsigned k = 0; k < h.bins(); ++k) {
+    std::snprintf(buf, sizeof buf, "[%.3g, %.3g)", h.lower() + k * w, h.lower() + (k + 1) * w);
+    labels.push_back(buf);
+    counts.push_back(h.bin(k));
+  }
+  if (h.above()) {
+    std::snprintf(buf, sizeof buf, ">= %g", h.upper());
+    labels.push_back(buf);
+    counts.push_back(h.above());
+  }
+}
+
+void json_histogram(json& j, const char* key, const kvo::misc::histogram& h) {
+  j.begin_object(key).value("count", h.count()).value("min", h.minimum()).value("mean", h.mean());
+  j.value("max", h.maximum()).value("lower", h.lower()).value("upper", h.upper());
+  j.value("below", h.below()).value("above", h.above()).begin_array("bins");
+  for (unsigned k = 0; k < h.bins(); ++k) j.value(nullptr, h.bin(k));
+  j.end_array().end_object();
+}
+
+void json_elements(json& j, const char* key, const mesh& m) {
+  j.begin_object(key);
+  for (std::size_t i = 0; i < m.conn.size(); ++i) j.value(type_name(m.types[i]), (unsigned long long)m.conn[i].cols);
+  j.end_object();
+}
+
+std::string status_text(const char* operation, int status) {
+  if (status == kvo::gridkit::ERR_ALLOCATION) return std::string("out of memory during ") + operation;
+  return std::string(operation) + " failed (status " + std::to_string(status) + ")";
 }
 
 int usage_error(const char* usage, const std::string& what) {
