@@ -158,6 +158,18 @@ void BM_STL_input(benchmark::State& state) {
 BENCHMARK(BM_STL_input)->ArgsProduct({{1000, 2000}, {0, 1}})->ArgNames({"nu", "ascii"})
     ->Unit(benchmark::kMillisecond)->UseRealTime();
 
+#ifdef GRIDKIT_PROGRAM
+// The whole `gridkit info` run (read, topology, qualities, report) on the 2M-triangle binary
+// file, to set beside BM_STL_input/nu:2000/ascii:0 of the same run.
+void BM_gridkit_info(benchmark::State& state) {
+  const std::string& f = stl_file(2000, false);
+  const std::string cmd = std::string("\"") + GRIDKIT_PROGRAM + "\" info \"" + f + "\" > /dev/null";
+  for (auto _ : state)
+    if (std::system(cmd.c_str()) != 0) state.SkipWithError("gridkit info failed");
+}
+BENCHMARK(BM_gridkit_info)->Unit(benchmark::kMillisecond)->UseRealTime();
+#endif
+
 // Peak memory of one binary read: the benchmark program runs itself again with
 // GRIDKIT_BENCH_PEAK_STL naming the file; that fresh process reads it once and prints its peak
 // resident size minus its resident size before the call. Compared with the size of the

@@ -89,7 +89,8 @@ int cmd_boundary(const std::vector<std::string>& args) {
     std::printf("%s\n", j.str().c_str());
   } else {
     std::printf("boundary of %s: %u nodes", in.c_str(), b.pos.cols);
-    for (std::size_t i = 0; i < b.conn.size(); ++i) std::printf(", %u %s", b.conn[i].cols, type_name(b.types[i]));
+    for (std::size_t i = 0; i < b.conn.size(); ++i)
+      std::printf(", %u %s elements", b.conn[i].cols, type_name(b.types[i]));
     if (b.conn.empty()) std::printf(", no open face");
     std::printf("\nwritten to %s\n", out.c_str());
   }
