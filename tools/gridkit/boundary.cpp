@@ -21,6 +21,11 @@ bool append_face(dense2D<unsigned>& to, const dense2D<unsigned>& faces, unsigned
 
 }  // namespace
 
+int open_faces(const mesh& m, std::size_t i, dense2D<unsigned>& neighbors, dense2D<unsigned>& faces) {
+  const int s = gk::get_neighbors(m.conn[i], m.types[i], false, neighbors);
+  return s != 0 ? s : gk::get_mesh_boundaries(m.conn[i], neighbors, m.types[i], faces);
+}
+
 int cmd_boundary(const std::vector<std::string>& args) {
   command_line cl;
   if (int s = parse_command_line(args, {}, boundary_usage, cl); s >= 0) return s;
@@ -35,14 +40,9 @@ int cmd_boundary(const std::vector<std::string>& args) {
   }
   if (cl.files.size() != 2) return usage_error(boundary_usage, "boundary takes an input and an output file");
   const std::string &in = cl.files[0], &out = cl.files[1];
-  if (!readable(in)) return fail(in + ": unknown file extension (readable: .stl .obj .mesh .vtk)");
-  if (!writable(out)) return fail(out + ": unknown file extension (writable: .mesh .vtk .case .geo .stl .obj)");
-
   stages st(cl.verbose, in);
-  st.begin("reading");
   mesh m;
-  std::string error;
-  if (!read_mesh(in, m, error)) return fail(error);
+  if (int s = load_input(in, &out, st, m); s >= 0) return s;
 
   st.begin("finding the boundary");
   dense2D<unsigned> edges, trias, quads;
@@ -51,9 +51,8 @@ int cmd_boundary(const std::vector<std::string>& args) {
   quads.resize(4, 0);
   for (std::size_t i = 0; i < m.conn.size(); ++i) {
     dense2D<unsigned> nb, faces;
-    int s = gk::get_neighbors(m.conn[i], m.types[i], false, nb);
+    const int s = open_faces(m, i, nb, faces);
     if (s == -2) continue;  // no faces defined for this type
-    if (s == 0) s = gk::get_mesh_boundaries(m.conn[i], nb, m.types[i], faces);
     if (s != 0) return fail(in + ": " + status_text("finding the boundary", s));
     bool ok = true;
     if (faces.rows == 2 || faces.rows == 3) {
@@ -77,13 +76,11 @@ int cmd_boundary(const std::vector<std::string>& args) {
   }
   if (drop_unused_nodes(b) < 0) return fail("out of memory while dropping unused nodes");
 
-  st.begin("writing");
-  if (!write_mesh(out, b, error)) return fail(error);
-  st.end();
+  if (int s = save_output(out, b, st); s >= 0) return s;
 
   if (cl.json) {
     json j;
-    j.begin_object().value("input", in).value("output", out).value("nodes", (unsigned long long)b.pos.cols);
+    json_written(j, in, out, b);
     json_elements(j, "elements", b);
     j.end_object();
     std::printf("%s\n", j.str().c_str());

@@ -28,14 +28,9 @@ int cmd_clean(const std::vector<std::string>& args) {
     if (!parse_double(*t, tolerance) || tolerance < 0.0)
       return usage_error(clean_usage, "--tolerance needs a number >= 0, not '" + *t + "'");
   const std::string &in = cl.files[0], &out = cl.files[1];
-  if (!readable(in)) return fail(in + ": unknown file extension (readable: .stl .obj .mesh .vtk)");
-  if (!writable(out)) return fail(out + ": unknown file extension (writable: .mesh .vtk .case .geo .stl .obj)");
-
   stages st(cl.verbose, in);
-  st.begin("reading");
   mesh m;
-  std::string error;
-  if (!read_mesh(in, m, error)) return fail(error);
+  if (int s = load_input(in, &out, st, m); s >= 0) return s;
   const unsigned long long nodes_before = m.pos.cols, elements_before = m.elements();
 
   st.begin("merging nodes");
@@ -62,16 +57,15 @@ int cmd_clean(const std::vector<std::string>& args) {
   if (removed < 0) return fail(in + ": out of memory while dropping unused nodes");
   const long long unused = removed - (long long)merged;
 
-  st.begin("writing");
-  if (!write_mesh(out, m, error)) return fail(error);
-  st.end();
+  if (int s = save_output(out, m, st); s >= 0) return s;
 
   if (cl.json) {
     json j;
-    j.begin_object().value("input", in).value("output", out).value("tolerance", tolerance);
+    json_written(j, in, out, m);
+    j.value("tolerance", tolerance);
     j.value("nodes_before", nodes_before).value("elements_before", elements_before);
     j.value("merged_nodes", merged).value("degenerate_elements", degenerate);
-    j.value("unused_nodes", (unsigned long long)unused).value("nodes", (unsigned long long)m.pos.cols);
+    j.value("unused_nodes", (unsigned long long)unused);
     json_elements(j, "elements", m);
     j.end_object();
     std::printf("%s\n", j.str().c_str());

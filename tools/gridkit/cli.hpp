@@ -120,6 +120,18 @@ bool measure_quality(const mesh& m, unsigned bins, quality_summary& q, std::vect
 void print_quality(const quality_summary& q);
 void json_quality(json& j, const char* key, const quality_summary& q);
 
+// The start of every command that reads a mesh: checks the extension of IN and, when given, of
+// OUT, then reads IN as the first stage. Returns -1 when the mesh is loaded, else the exit status
+// of the failure already reported.
+int load_input(const std::string& in, const std::string* out, stages& st, mesh& m);
+// The last stage of the commands that write a mesh: -1 when written, else the exit status.
+int save_output(const std::string& out, const mesh& m, stages& st);
+// Opens the JSON report of a command that wrote a mesh: input, output, nodes (object left open).
+void json_written(json& j, const std::string& in, const std::string& out, const mesh& m);
+// Neighbours (without non-manifold links) and open faces of connectivity i; the library's status,
+// -2 when its type has no faces.
+int open_faces(const mesh& m, std::size_t i, dense2D<unsigned>& neighbors, dense2D<unsigned>& faces);
+
 // Commands: argument vectors exclude the command name. Return the exit status.
 int cmd_info(const std::vector<std::string>& args);
 int cmd_convert(const std::vector<std::string>& args);

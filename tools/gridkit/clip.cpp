@@ -32,14 +32,9 @@ int cmd_clip(const std::vector<std::string>& args) {
   if (!(std::sqrt(normal[0] * normal[0] + normal[1] * normal[1] + normal[2] * normal[2]) >= 1e-12))
     return usage_error(clip_usage, "--normal must not be the zero vector");
   const std::string &in = cl.files[0], &out = cl.files[1];
-  if (!readable(in)) return fail(in + ": unknown file extension (readable: .stl .obj .mesh .vtk)");
-  if (!writable(out)) return fail(out + ": unknown file extension (writable: .mesh .vtk .case .geo .stl .obj)");
-
   stages st(cl.verbose, in);
-  st.begin("reading");
   mesh m;
-  std::string error;
-  if (!read_mesh(in, m, error)) return fail(error);
+  if (int s = load_input(in, &out, st, m); s >= 0) return s;
   const unsigned long long before = m.elements();
 
   st.begin("clipping");
@@ -54,15 +49,13 @@ int cmd_clip(const std::vector<std::string>& args) {
   const long long dropped = drop_unused_nodes(m);
   if (dropped < 0) return fail("out of memory while dropping unused nodes");
 
-  st.begin("writing");
-  if (!write_mesh(out, m, error)) return fail(error);
-  st.end();
+  if (int s = save_output(out, m, st); s >= 0) return s;
 
   if (cl.json) {
     json j;
-    j.begin_object().value("input", in).value("output", out);
+    json_written(j, in, out, m);
     j.value("kept_elements", m.elements()).value("removed_elements", before - m.elements());
-    j.value("removed_nodes", (unsigned long long)dropped).value("nodes", (unsigned long long)m.pos.cols);
+    j.value("removed_nodes", (unsigned long long)dropped);
     json_elements(j, "elements", m);
     j.end_object();
     std::printf("%s\n", j.str().c_str());

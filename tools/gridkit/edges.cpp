@@ -93,10 +93,9 @@ int cmd_edges(const std::vector<std::string>& args) {
   const std::string& in = cl.files[0];
 
   stages st(cl.verbose, in);
-  st.begin("reading");
   mesh m;
+  if (int s = load_input(in, nullptr, st, m); s >= 0) return s;
   std::string error;
-  if (!read_mesh(in, m, error)) return fail(error);
   if (m.pos.rows != 2 && m.pos.rows != 3) return fail(in + ": coordinates must have 2 or 3 components");
   field f;
   if (sizes_opt && !read_field(*sizes_opt, m.pos.cols, m.pos.rows, f, error)) return fail(error);

@@ -21,10 +21,9 @@ struct topology {
 bool measure_topology(const mesh& m, topology& t, std::string& error) {
   for (std::size_t i = 0; i < m.conn.size(); ++i) {
     dense2D<unsigned> plain, kept, faces;
-    int s = gk::get_neighbors(m.conn[i], m.types[i], false, plain);
+    int s = open_faces(m, i, plain, faces);
     if (s == -2) continue;  // no faces defined for this type
     if (s == 0) s = gk::get_neighbors(m.conn[i], m.types[i], true, kept);
-    if (s == 0) s = gk::get_mesh_boundaries(m.conn[i], plain, m.types[i], faces);
     dense1D<unsigned, 16> elements, offsets;
     if (s == 0) s = gk::get_subdomains(plain, elements, offsets);
     if (s != 0) {
@@ -57,10 +56,9 @@ int cmd_info(const std::vector<std::string>& args) {
   if (cl.files.size() != 1) return usage_error(info_usage, "info takes one file");
   const std::string& file = cl.files[0];
   stages st(cl.verbose, file);
-  st.begin("reading");
   mesh m;
+  if (int s = load_input(file, nullptr, st, m); s >= 0) return s;
   std::string error;
-  if (!read_mesh(file, m, error)) return fail(error);
 
   st.begin("bounding box");
   const unsigned dim = m.pos.rows;
@@ -129,19 +127,13 @@ int cmd_convert(const std::vector<std::string>& args) {
   }
   if (cl.files.size() != 2) return usage_error(convert_usage, "convert takes an input and an output file");
   const std::string &in = cl.files[0], &out = cl.files[1];
-  if (!readable(in)) return fail(in + ": unknown file extension (readable: .stl .obj .mesh .vtk)");
-  if (!writable(out)) return fail(out + ": unknown file extension (writable: .mesh .vtk .case .geo .stl .obj)");
   stages st(cl.verbose, in);
-  st.begin("reading");
   mesh m;
-  std::string error;
-  if (!read_mesh(in, m, error)) return fail(error);
-  st.begin("writing");
-  if (!write_mesh(out, m, error)) return fail(error);
-  st.end();
+  if (int s = load_input(in, &out, st, m); s >= 0) return s;
+  if (int s = save_output(out, m, st); s >= 0) return s;
   if (cl.json) {
     json j;
-    j.begin_object().value("input", in).value("output", out).value("nodes", (unsigned long long)m.pos.cols);
+    json_written(j, in, out, m);
     json_elements(j, "elements", m);
     j.end_object();
     std::printf("%s\n", j.str().c_str());

@@ -226,6 +226,24 @@ bool write_mesh(const std::string& file, const mesh& m, std::string& error) {
   return true;
 }
 
+int load_input(const std::string& in, const std::string* out, stages& st, mesh& m) {
+  if (!readable(in)) return fail(in + ": unknown file extension (readable: .stl .obj .mesh .vtk)");
+  if (out && !writable(*out))
+    return fail(*out + ": unknown file extension (writable: .mesh .vtk .case .geo .stl .obj)");
+  st.begin("reading");
+  std::string error;
+  if (!read_mesh(in, m, error)) return fail(error);
+  return -1;
+}
+
+int save_output(const std::string& out, const mesh& m, stages& st) {
+  st.begin("writing");
+  std::string error;
+  if (!write_mesh(out, m, error)) return fail(error);
+  st.end();
+  return -1;
+}
+
 const char* type_name(element_type t) {
   static const char* names[] = {"none",       "node",      "edge",      "edge",       "quadratic edge",
                                 "face",       "triangle",  "quadrangle", "quadratic triangle",

@@ -128,6 +128,10 @@ void json_elements(json& j, const char* key, const mesh& m) {
   j.end_object();
 }
 
+void json_written(json& j, const std::string& in, const std::string& out, const mesh& m) {
+  j.begin_object().value("input", in).value("output", out).value("nodes", (unsigned long long)m.pos.cols);
+}
+
 std::string status_text(const char* operation, int status) {
   if (status == kvo::gridkit::ERR_ALLOCATION) return std::string("out of memory during ") + operation;
   return std::string(operation) + " failed (status " + std::to_string(status) + ")";

@@ -112,10 +112,8 @@ int cmd_quality(const std::vector<std::string>& args) {
   const std::string& in = cl.files[0];
 
   stages st(cl.verbose, in);
-  st.begin("reading");
   mesh m;
-  std::string error;
-  if (!read_mesh(in, m, error)) return fail(error);
+  if (int s = load_input(in, nullptr, st, m); s >= 0) return s;
 
   st.begin("shape qualities");
   quality_summary q;
