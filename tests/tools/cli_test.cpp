@@ -25,17 +25,8 @@ TEST(Cli, VersionHelpAndUsage) {
   EXPECT_EQ(run("convert " + sample("block.mesh")).status, 2);
 }
 
-TEST(Cli, InfoOnSamples) {
-  auto r = run("info " + sample("block.mesh") + " --json");
-  ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_NE(r.out.find("\"nodes\": 693,"), std::string::npos) << r.out;
-  EXPECT_NE(r.out.find("\"elements\": {\"tetrahedron\": 2880}"), std::string::npos) << r.out;
-  // 10x8x6 cubes: 2 triangles per boundary square.
-  EXPECT_NE(r.out.find("\"boundary_faces\": 752,"), std::string::npos) << r.out;
-  EXPECT_NE(r.out.find("\"subdomains\": 1"), std::string::npos) << r.out;
-  EXPECT_NE(r.out.find("\"invalid\": 0"), std::string::npos) << r.out;
-
-  r = run("info " + sample("part.stl") + " --json");
+TEST(Cli, InfoOnSurfaces) {
+  auto r = run("info " + sample("part.stl") + " --json");
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_NE(r.out.find("\"boundary_faces\": 0,"), std::string::npos) << r.out;  // closed surface
   EXPECT_NE(r.out.find("\"non_manifold_faces\": 0,"), std::string::npos) << r.out;
@@ -44,27 +35,6 @@ TEST(Cli, InfoOnSamples) {
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_NE(r.out.find("864 quadrangle"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("boundary faces      120"), std::string::npos) << r.out;  // 2 * (36 + 24)
-}
-
-TEST(Cli, ConvertRoundTripsKeepCounts) {
-  const std::string t = tmp_dir();
-  struct trip {
-    const char* in;
-    const char* mid;
-    const char* counts;
-  } trips[] = {{"block.mesh", "block.vtk", "\"nodes\": 693"},
-               {"part.stl", "part.mesh", "\"elements\": {\"triangle\": 4512}"},
-               {"part.stl", "part.obj", "\"elements\": {\"triangle\": 4512}"},
-               {"plate.obj", "plate.mesh", "\"elements\": {\"quadrangle\": 864}"},
-               {"plate.obj", "plate.vtk", "\"nodes\": 925"}};
-  for (const auto& tr : trips) {
-    const std::string mid = t + "/rt_" + tr.mid;
-    auto r = run("convert " + sample(tr.in) + " " + mid);
-    ASSERT_EQ(r.status, 0) << tr.mid << ": " << r.err;
-    r = run("info --json " + mid);
-    ASSERT_EQ(r.status, 0) << tr.mid << ": " << r.err;
-    EXPECT_NE(r.out.find(tr.counts), std::string::npos) << tr.mid << ": " << r.out;
-  }
 }
 
 TEST(Cli, ErrorsAreOneLineAndWriteNothing) {
