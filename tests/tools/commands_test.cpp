@@ -202,6 +202,14 @@ TEST(Commands, EdgesCountsByEulerAndMeasuresTheField) {
   EXPECT_NEAR(v["quality"]["mean"].num, sum / E, 1e-12);
   EXPECT_GT(v["shock"]["max"].num, 0.0);
 
+  // Without options the .sol beside a .mesh is the field.
+  const std::string copy = tmp_dir() + "/sized.mesh";
+  std::ofstream(copy) << slurp(sample("block.mesh"));
+  std::ofstream(tmp_dir() + "/sized.sol") << slurp(sol);
+  const value beside = json_of("edges " + copy);
+  EXPECT_EQ(beside["field"].str, tmp_dir() + "/sized.sol");
+  EXPECT_EQ(beside["quality"]["max"].num, hi);
+
   // Wrong node count and a non-number are refused.
   std::ofstream(sol) << "3 1 5 2\n1 1 1 1 1\n";
   auto r = run("edges " + sample("block.mesh") + " --sizes " + sol);

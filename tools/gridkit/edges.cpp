@@ -77,7 +77,8 @@ int cmd_edges(const std::vector<std::string>& args) {
     std::printf(
         "usage: %s\n"
         "Measures every distinct edge in a size field (1 = the wanted length): a uniform size H,\n"
-        "the sizes or metric tensors of a solution file, or by default the mean edge length.\n"
+        "the sizes or metric tensors of a solution file (for IN.mesh, IN.sol when it exists),\n"
+        "or else the mean edge length.\n"
         "Prints the histogram of these lengths and the size shock per node (0 = smooth field).\n",
         edges_usage);
     return 0;
@@ -91,6 +92,12 @@ int cmd_edges(const std::vector<std::string>& args) {
   if (sizes_opt && extension(*sizes_opt) != "sol")
     return usage_error(edges_usage, "--sizes needs a file name ending in .sol");
   const std::string& in = cl.files[0];
+  // MEDIT keeps a mesh's fields in a .sol file of the same name: used when no field is given.
+  std::string beside;
+  if (!size_opt && !sizes_opt && extension(in) == "mesh") {
+    beside = in.substr(0, in.size() - 4) + "sol";
+    if (std::ifstream(beside)) sizes_opt = &beside;
+  }
 
   stages st(cl.verbose, in);
   mesh m;
