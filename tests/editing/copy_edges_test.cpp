@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "common/meshgen.hpp"
-#include "editing/transform_test_util.hpp"
+#include "editing/edit_util.hpp"
 
-using namespace tu;
+using namespace edit_test;
 
 namespace {
 

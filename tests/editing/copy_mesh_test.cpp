@@ -2,9 +2,9 @@
 
 #include <cmath>
 
-#include "editing/transform_test_util.hpp"
+#include "editing/edit_util.hpp"
 
-using namespace tu;
+using namespace edit_test;
 
 namespace {
 // Four nodes in the plane z = 0.

@@ -5,15 +5,14 @@
 #include <algorithm>
 #include <random>
 
-#include "editing/compaction_helpers.hpp"
+#include "editing/edit_util.hpp"
 
-using namespace kvo::gridkit;
-using namespace testutil;
+using namespace edit_test;
 
 namespace {
 
 // The rule written out: sort a copy, the first equal adjacent pair decides.
-bool degenerate(std::vector<unsigned> c, bool strict) {
+bool degenerate(vu c, bool strict) {
   std::sort(c.begin(), c.end());
   auto it = std::adjacent_find(c.begin(), c.end());
   return it != c.end() && (*it != N || strict);
@@ -21,35 +20,19 @@ bool degenerate(std::vector<unsigned> c, bool strict) {
 
 }  // namespace
 
-TEST(RemoveDegenerated, RepeatsNullsEmptyShapesAndViews) {
-  U2 t = matrix(3, {4, 4, 7, 1, 2, 3});
-  EXPECT_EQ(1, remove_degenerated(t, true));
-  EXPECT_EQ((std::vector<unsigned>{1, 2, 3}), entries(t));
-
-  // A mixed-face triangle keeps its single null; two nulls pass only when not strict; a null
-  // beside a real repeat is removed either way.
-  const std::vector<unsigned> mixed = {1, 2, 3, N, 5, N, 6, N, 7, 7, 8, N, 9, 10, 11, 12};
-  U2 loose = matrix(4, mixed), strict = matrix(4, mixed);
-  U1 map_loose, map_strict;
-  EXPECT_EQ(1, remove_degenerated(loose, map_loose, false));
-  EXPECT_EQ(2, remove_degenerated(strict, map_strict, true));
-  EXPECT_EQ((std::vector<unsigned>{1, 2, 3, N, 5, N, 6, N, 9, 10, 11, 12}), entries(loose));
-  EXPECT_EQ((std::vector<unsigned>{1, 2, 3, N, 9, 10, 11, 12}), entries(strict));
-  EXPECT_EQ((std::vector<unsigned>{0, 1, N, 2}), values(map_loose));
-  EXPECT_EQ((std::vector<unsigned>{0, N, N, 1}), values(map_strict));
-
+TEST(RemoveDegenerated, EmptyShapesAndViews) {
   U2 no_rows(0, 3), none;
   U1 map = U1(7, 9);
   EXPECT_EQ(0, remove_degenerated(no_rows, map, true));
-  EXPECT_EQ((std::vector<unsigned>{0, 1, 2}), values(map));
+  EXPECT_EQ((vu{0, 1, 2}), values(map));
   EXPECT_EQ(0, remove_degenerated(none, map, false));
   EXPECT_EQ(0u, map.size);
 
   // Rows 0..1 of a 3-row matrix: only those rows are compared and kept.
-  U2 big = matrix(3, {1, 2, 1, 3, 3, 0, 5, 6, 5});
+  U2 big = con(3, {1, 2, 1, 3, 3, 0, 5, 6, 5});
   U2 view = big.sub_matrix(0, 0, 2, 3);
   EXPECT_EQ(1, remove_degenerated(view, false));
-  EXPECT_EQ((std::vector<unsigned>{1, 2, 5, 6}), entries(view));
+  EXPECT_EQ((vu{1, 2, 5, 6}), entries(view));
   EXPECT_EQ(2u, view.ld);
 }
 
@@ -59,14 +42,14 @@ TEST(RemoveDegenerated, AgreesWithSortedRuleOnRandomColumns) {
   for (unsigned rows : {1u, 2u, 3u, 4u, 5u, 6u, 8u, 16u, 17u, 27u, 40u}) {
     for (bool strict : {false, true}) {
       const unsigned cols = 300;
-      std::vector<unsigned> e(rows * cols);
+      vu e(rows * cols);
       for (unsigned& v : e) v = rng() % 100 < 8 ? N : rng() % (rows * 6);
-      U2 m = matrix(rows, e);
+      U2 m = con(rows, e);
       U1 map;
-      std::vector<unsigned> kept, expect_map(cols, N);
+      vu kept, expect_map(cols, N);
       unsigned w = 0;
       for (unsigned j = 0; j < cols; ++j) {
-        std::vector<unsigned> c(e.begin() + j * rows, e.begin() + (j + 1) * rows);
+        vu c(e.begin() + j * rows, e.begin() + (j + 1) * rows);
         if (degenerate(c, strict)) continue;
         kept.insert(kept.end(), c.begin(), c.end());
         expect_map[j] = w++;

@@ -4,10 +4,9 @@
 
 #include <random>
 
-#include "editing/compaction_helpers.hpp"
+#include "editing/edit_util.hpp"
 
-using namespace kvo::gridkit;
-using namespace testutil;
+using namespace edit_test;
 
 namespace {
 
@@ -26,34 +25,22 @@ std::vector<double> xs(const D2& p) {
 
 }  // namespace
 
-TEST(Simplify, N0SeveralConnectivitiesAndStatus) {
-  // N0 = 0: unused node 0 goes and everything moves down; N0 = 1 keeps it.
-  D2 pos = line(3);
-  U2 e = matrix(2, {1, 2});
-  EXPECT_EQ(1, simplify(pos, e, 0));
-  EXPECT_EQ((std::vector<double>{1, 2}), xs(pos));
-  EXPECT_EQ(20.0, pos(1, 1));
-  EXPECT_EQ((std::vector<unsigned>{0, 1}), entries(e));
-  pos = line(3);
-  e = matrix(2, {1, 2});
-  EXPECT_EQ(0, simplify(pos, e, 1));
-  EXPECT_EQ(3u, pos.cols);
-
+TEST(Simplify, SeveralConnectivitiesAndStatus) {
   // Nulls are kept; both connectivities are renumbered; one passed twice is renumbered once.
-  pos = line(6);
-  U2 quads = matrix(4, {5, 2, 3, N}), edges = matrix(2, {3, 5, 0, 3});
+  D2 pos = line(6);
+  U2 quads = con(4, {5, 2, 3, N}), edges = con(2, {3, 5, 0, 3});
   EXPECT_EQ(2, simplify(pos, quads, edges, 0));
   EXPECT_EQ((std::vector<double>{0, 2, 3, 5}), xs(pos));
-  EXPECT_EQ((std::vector<unsigned>{3, 1, 2, N}), entries(quads));
-  EXPECT_EQ((std::vector<unsigned>{2, 3, 0, 2}), entries(edges));
+  EXPECT_EQ((vu{3, 1, 2, N}), entries(quads));
+  EXPECT_EQ((vu{2, 3, 0, 2}), entries(edges));
   pos = line(4);
-  e = matrix(2, {1, 3});
+  U2 e = con(2, {1, 3});
   EXPECT_EQ(2, simplify(pos, e, e, 0));
-  EXPECT_EQ((std::vector<unsigned>{0, 1}), entries(e));
+  EXPECT_EQ((vu{0, 1}), entries(e));
 
   // Order of the checks: range, indices (even with empty coordinates), then emptiness and N0.
   pos = line(3);
-  U2 c[2] = {matrix(2, {0, 1}), matrix(2, {2, 3})};
+  U2 c[2] = {con(2, {0, 1}), con(2, {2, 3})};
   U1 map = U1(2, 1);
   EXPECT_EQ(0, simplify(pos, c, c, map, 0));
   EXPECT_EQ(0u, map.size);
@@ -74,26 +61,26 @@ TEST(Simplify, StridedCoordinatesAndRandomMeshes) {
   for (unsigned j = 0; j < 4; ++j)
     for (unsigned i = 0; i < 3; ++i) block(i, j) = 10.0 * j + i;
   D2 view = block.sub_matrix(0, 0, 2, 4);
-  U2 e = matrix(2, {3, 1});
+  U2 e = con(2, {3, 1});
   EXPECT_EQ(2, simplify(view, e, 0));
   ASSERT_EQ(2u, view.cols);
   EXPECT_EQ(2u, view.ld);
   EXPECT_EQ(10.0, view(0, 0));
   EXPECT_EQ(31.0, view(1, 1));
-  EXPECT_EQ((std::vector<unsigned>{1, 0}), entries(e));
+  EXPECT_EQ((vu{1, 0}), entries(e));
 
   std::mt19937 rng(11);
   for (int round = 0; round < 30; ++round) {
     const unsigned n = 1 + rng() % 200, N0 = rng() % (n + 2);
     D2 pos = line(n);
-    std::vector<unsigned> conn(3 * (rng() % 60));
+    vu conn(3 * (rng() % 60));
     for (unsigned& v : conn) v = rng() % 9 == 0 ? N : rng() % n;
-    U2 m = matrix(3, conn);
+    U2 m = con(3, conn);
     U1 map;
     std::vector<bool> used(n, false);
     for (unsigned v : conn)
       if (v != N) used[v] = true;
-    std::vector<unsigned> expect_map(n);
+    vu expect_map(n);
     std::vector<double> expect_x;
     unsigned w = 0;
     for (unsigned i = 0; i < n; ++i) {

@@ -3,9 +3,9 @@
 #include <cmath>
 #include <random>
 
-#include "editing/transform_test_util.hpp"
+#include "editing/edit_util.hpp"
 
-using namespace tu;
+using namespace edit_test;
 
 namespace {
 

@@ -1,4 +1,4 @@
-// Scratch files and small matrix builders for the writer tests.
+// Scratch files and small builders for the writer and reader tests.
 #ifndef GRIDKIT_TESTS_FORMATS_FILE_UTIL_HPP
 #define GRIDKIT_TESTS_FORMATS_FILE_UTIL_HPP
 
@@ -6,6 +6,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -28,14 +30,10 @@ inline bool exists(const std::string& p) { return ::access(p.c_str(), F_OK) == 0
 
 // Whole content of a file ("<missing>" when it can't be opened).
 inline std::string read(const std::string& p) {
-  std::FILE* f = std::fopen(p.c_str(), "rb");
-  if (!f) return "<missing>";
-  std::string s;
-  char buf[65536];
-  for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) s.append(buf, n);
-  std::fclose(f);
-  return s;
+  std::ifstream in(p, std::ios::binary);
+  return in ? std::string(std::istreambuf_iterator<char>(in), {}) : "<missing>";
 }
+inline void write(const std::string& p, const std::string& bytes) { std::ofstream(p, std::ios::binary) << bytes; }
 
 // A matrix of `rows` rows from its entries in column order.
 template <class T>

@@ -1,78 +1,61 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <string>
 #include <tuple>
 
-#include <kvo/gridkit.hpp>
+#include "formats/file_util.hpp"
 
 using namespace kvo;
 using namespace kvo::gridkit;
+namespace tf = testfiles;
+using tf::mat;
 
 namespace {
 
-std::string tmp(const std::string& name) {
-  const char* d = std::getenv("GRIDKIT_TEST_TMP");
-  return std::string(d ? d : "/tmp") + "/" + name;
-}
-void put_file(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
-std::string get_file(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-template <class T>
-dense2D<T> matrix(unsigned rows, std::initializer_list<T> values) {
-  dense2D<T> m(rows, unsigned(values.size() / rows));
-  unsigned k = 0;
-  for (T v : values) m(k % rows, k / rows) = v, ++k;
-  return m;
-}
 struct obj_data {
   dense2D<double> pos, normals, tex;
   dense2D<unsigned> trias, quads;
   int read(const std::string& text) {
-    put_file(tmp("in.obj"), text);
-    return WavefrontOBJ_input(tmp("in.obj").c_str(), pos, normals, tex, trias, quads);
+    const std::string p = tf::path("in.obj");
+    tf::write(p, text);
+    return WavefrontOBJ_input(p.c_str(), pos, normals, tex, trias, quads);
   }
 };
 
 }  // namespace
 
 TEST(ObjOutput, TwoDimensionalMeshWithNormalsTexturesAndBoth) {
-  const dense2D<double> pos = matrix<double>(2, {0.5, -2, 1e-300, 3});
-  const dense2D<double> nrm = matrix<double>(3, {0, 0, 1, 0, 1, 0});
-  const dense2D<double> tex = matrix<double>(2, {0.25, 0.75, 1, 0});
-  const dense2D<unsigned> tri = matrix<unsigned>(3, {0, 1, 1}), quad = matrix<unsigned>(4, {1, 0, 0, 1}), none;
+  const dense2D<double> pos = mat<double>(2, {0.5, -2, 1e-300, 3});
+  const dense2D<double> nrm = mat<double>(3, {0, 0, 1, 0, 1, 0});
+  const dense2D<double> tex = mat<double>(2, {0.25, 0.75, 1, 0});
+  const dense2D<unsigned> tri = mat<unsigned>(3, {0, 1, 1}), quad = mat<unsigned>(4, {1, 0, 0, 1}), none;
   const std::string v =
       " v 5.00000000e-01 -2.00000000e+00 0.00000000e+00 \n v 1.00000000e-300 3.00000000e+00 0.00000000e+00 \n";
   const std::string vt = " vt 2.50000000e-01 7.50000000e-01 \n vt 1.00000000e+00 0.00000000e+00 \n";
   const std::string vn = " vn 0.00000000e+00 0.00000000e+00 1.00000000e+00 \n"
                          " vn 0.00000000e+00 1.00000000e+00 0.00000000e+00 \n";
-  const std::string path = tmp("out.obj");
+  const std::string path = tf::path("out.obj");
   ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, dense2D<double>(), dense2D<double>(), tri, quad), 0);
-  EXPECT_EQ(get_file(path), v + " f 1// 2// 2// \n f 2// 1// 1// 2// \n");
+  EXPECT_EQ(tf::read(path), v + " f 1// 2// 2// \n f 2// 1// 1// 2// \n");
   ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, nrm, dense2D<double>(), tri, none), 0);
-  EXPECT_EQ(get_file(path), v + vn + " f 1//1 2//2 2//2 \n");
+  EXPECT_EQ(tf::read(path), v + vn + " f 1//1 2//2 2//2 \n");
   ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, dense2D<double>(), tex, none, quad), 0);
-  EXPECT_EQ(get_file(path), v + vt + " f 2/2/ 1/1/ 1/1/ 2/2/ \n");
+  EXPECT_EQ(tf::read(path), v + vt + " f 2/2/ 1/1/ 1/1/ 2/2/ \n");
   ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, nrm, tex, tri, none), 0);
-  EXPECT_EQ(get_file(path), v + vt + vn + " f 1/1/1 2/2/2 2/2/2 \n");
+  EXPECT_EQ(tf::read(path), v + vt + vn + " f 1/1/1 2/2/2 2/2/2 \n");
   // Views whose leading dimension exceeds their rows.
   dense2D<double> wide(4, 2, 5.0);
   dense2D<unsigned> tall(6, 1, 9u);
   for (unsigned k = 0; k < 4; ++k) wide(k % 2, k / 2) = pos(k % 2, k / 2), tall(k + 2, 0) = quad(k, 0);
   ASSERT_EQ(WavefrontOBJ_output(path.c_str(), wide.sub_matrix(0, 0, 2, 2), dense2D<double>(), dense2D<double>(), none,
                                 tall.sub_matrix(2, 0, 4, 1)), 0);
-  EXPECT_EQ(get_file(path), v + " f 2// 1// 1// 2// \n");
+  EXPECT_EQ(tf::read(path), v + " f 2// 1// 1// 2// \n");
 }
 
 TEST(ObjOutput, ChecksInOrderAfterTheFileIsCreated) {
   const dense2D<double> pos(3, 2, 0.0), bad_pos(4, 2, 0.0), n(3, 2, 0.0), t(2, 2, 0.0), n1(3, 1, 0.0), t3(3, 2, 0.0), no;
-  const dense2D<unsigned> tri(3, 1, 1u), quad(4, 1, 0u), tri2(2, 1, 0u), far = matrix<unsigned>(3, {0, 1, 7}), none;
-  const std::string path = tmp("checks.obj");
+  const dense2D<unsigned> tri(3, 1, 1u), quad(4, 1, 0u), tri2(2, 1, 0u), far = mat<unsigned>(3, {0, 1, 7}), none;
+  const std::string path = tf::path("checks.obj");
   using args = std::tuple<const dense2D<double>*, const dense2D<double>*, const dense2D<double>*,
                           const dense2D<unsigned>*, const dense2D<unsigned>*, int>;
   for (auto [p, nn, tt, f3, f4, status] : std::initializer_list<args>{
@@ -80,11 +63,11 @@ TEST(ObjOutput, ChecksInOrderAfterTheFileIsCreated) {
            {&pos, &n, &t, &tri2, &tri2, -5},       {&pos, &n, &t, &quad, &quad, -5},  {&pos, &n, &t, &tri, &tri, -6},
            {&pos, &n, &t, &far, &quad, 0},  // node numbers are written, not checked against the nodes
            {&pos, &no, &no, &none, &none, 0}}) {
-    put_file(path, "old");
+    tf::write(path, "old");
     EXPECT_EQ(WavefrontOBJ_output(path.c_str(), *p, *nn, *tt, *f3, *f4), status);
-    EXPECT_EQ(get_file(path).empty(), status != 0);
+    EXPECT_EQ(tf::read(path).empty(), status != 0);
   }
-  EXPECT_EQ(WavefrontOBJ_output(tmp("no/dir/x.obj").c_str(), bad_pos, n, t, tri, quad), -1);
+  EXPECT_EQ(WavefrontOBJ_output(tf::in_missing_folder().c_str(), bad_pos, n, t, tri, quad), -1);
   EXPECT_EQ(WavefrontOBJ_output(nullptr, pos, tri, ET_TRIA3), -1);
   if (std::FILE* f = std::fopen("/dev/full", "w")) {  // every write fails there
     std::fclose(f);
@@ -93,12 +76,12 @@ TEST(ObjOutput, ChecksInOrderAfterTheFileIsCreated) {
 }
 
 TEST(ObjOutput, WrapperFormsRouteConnectivitiesByType) {
-  const dense2D<double> pos = matrix<double>(3, {0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0});
-  const dense2D<unsigned> t1 = matrix<unsigned>(3, {0, 1, 2}), t2 = matrix<unsigned>(3, {1, 3, 2});
-  const dense2D<unsigned> q = matrix<unsigned>(4, {0, 1, 3, 2});
-  const std::string path = tmp("wrap.obj");
+  const dense2D<double> pos = mat<double>(3, {0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0});
+  const dense2D<unsigned> t1 = mat<unsigned>(3, {0, 1, 2}), t2 = mat<unsigned>(3, {1, 3, 2});
+  const dense2D<unsigned> q = mat<unsigned>(4, {0, 1, 3, 2});
+  const std::string path = tf::path("wrap.obj");
   auto faces = [&] {
-    const std::string s = get_file(path);
+    const std::string s = tf::read(path);
     return s.substr(s.find(" f") == std::string::npos ? s.size() : s.find(" f"));
   };
   ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, t1, ET_TRIA3), 0);
@@ -107,7 +90,7 @@ TEST(ObjOutput, WrapperFormsRouteConnectivitiesByType) {
   EXPECT_EQ(faces(), " f 1// 2// 4// 3// \n");
   ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, q, ET_TETRA4), 0);
   EXPECT_EQ(faces(), "");
-  const std::string only_nodes = get_file(path);
+  const std::string only_nodes = tf::read(path);
   EXPECT_EQ(std::count(only_nodes.begin(), only_nodes.end(), '\n'), 4);
   ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, t1, t2, ET_TRIA3, ET_TRIA3), 0);
   EXPECT_EQ(faces(), " f 1// 2// 3// \n f 2// 4// 3// \n");
@@ -158,7 +141,7 @@ TEST(ObjInput, FailuresKeepWhatWasReadBefore) {
   EXPECT_EQ(d.read("v 1 1 1\nv inf -nan 0x10\n"), 0);
   EXPECT_EQ(d.pos(2, 1), 16.0);
   d.pos = dense2D<double>(3, 3, 1.0);
-  EXPECT_EQ(WavefrontOBJ_input(tmp("missing.obj").c_str(), d.pos, d.normals, d.tex, d.trias, d.quads), -1);
+  EXPECT_EQ(WavefrontOBJ_input(tf::path("missing.obj").c_str(), d.pos, d.normals, d.tex, d.trias, d.quads), -1);
   EXPECT_TRUE(d.pos.is_empty());
 }
 
@@ -171,7 +154,7 @@ TEST(ObjRoundTrip, WrittenFilesReadBack) {
   dense2D<unsigned> tri(3, 40), quad(4, 30);
   for (unsigned k = 0; k < 120; ++k) tri(k % 3, k / 3) = (k * 11) % 50;
   for (unsigned k = 0; k < 120; ++k) quad(k % 4, k / 4) = (k * 29) % 50;
-  const std::string path = tmp("rt.obj");
+  const std::string path = tf::path("rt.obj");
   ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, nrm, tex, tri, quad), 0);
   obj_data d;
   ASSERT_EQ(WavefrontOBJ_input(path.c_str(), d.pos, d.normals, d.tex, d.trias, d.quads), 0);

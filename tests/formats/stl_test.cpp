@@ -3,60 +3,44 @@
 #include <array>
 #include <bit>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <limits>
 #include <random>
-#include <string>
 #include <tuple>
-#include <vector>
-
-#include <kvo/gridkit.hpp>
 
 #include "common/meshgen.hpp"
+#include "formats/file_util.hpp"
 #include "formats/text_input.hpp"
 
 using namespace kvo;
 using namespace kvo::gridkit;
 using namespace std::string_literals;
+namespace tf = testfiles;
+using tf::fmt;
 
 namespace {
 
 using point = std::array<double, 3>;
 
-std::string tmp(const std::string& name) {
-  const char* d = std::getenv("GRIDKIT_TEST_TMP");
-  return std::string(d ? d : "/tmp") + "/" + name;
-}
-void put_file(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
-std::string get_file(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-std::string fmt(const char* f, double a, double b = 0, double c = 0) {
-  char buf[256];
-  std::snprintf(buf, sizeof buf, f, a, b, c);
-  return buf;
-}
 std::string facet(const point& a, const point& b, const point& c) {
   std::string s = "facet normal 0 0 1\nouter loop\n";
   for (const point* p : {&a, &b, &c}) s += fmt("vertex %.17g %.17g %.17g\n", (*p)[0], (*p)[1], (*p)[2]);
   return s + "endloop\nendfacet\n";
 }
-std::string binary_stl(const std::vector<std::array<float, 9>>& facets, int count) {
+// Binary file of a header of NULs, the count, then per facet its normal, vertices, zero attribute.
+std::string binary_stl(const std::vector<std::array<float, 12>>& facets, int count) {
   std::string s(80, '\0');
   s.append(reinterpret_cast<const char*>(&count), 4);
-  for (auto& f : facets) s += std::string(12, '\0') + std::string(reinterpret_cast<const char*>(f.data()), 36) + "\0\0"s;
+  for (auto& f : facets) s += std::string(reinterpret_cast<const char*>(f.data()), 48) + "\0\0"s;
   return s;
 }
 struct stl {
   dense2D<double> pos;
   dense2D<unsigned> tri;
   int read(const std::string& bytes) {
-    put_file(tmp("in.stl"), bytes);
-    return STL_input(tmp("in.stl").c_str(), pos, tri);
+    const std::string p = tf::path("in.stl");
+    tf::write(p, bytes);
+    return STL_input(p.c_str(), pos, tri);
   }
   bool empty() const { return pos.is_empty() && tri.is_empty(); }
 };
@@ -79,41 +63,33 @@ double min_h2(const point& p0, const point& p1, const point& p2) {
 
 TEST(StlOutput, AsciiAndBinaryBytes) {
   // 2-D nodes (z = 0), one proper facet (normal (0, 0, -1)) and one of zero area (normal 0).
-  dense2D<double> pos(2, 3, 0.0);
-  pos(0, 1) = 2;
-  pos(1, 2) = -1.25e-7;
-  dense2D<unsigned> tri(3, 2);
-  const unsigned ids[6] = {0, 1, 2, 1, 1, 2};
-  for (unsigned k = 0; k < 6; ++k) tri(k % 3, k / 3) = ids[k];
-  ASSERT_EQ(STL_output(tmp("a.stl").c_str(), pos, tri, true), 0);
-  std::string want = "solid KVO\n";
-  const double n[2] = {-1, 0};
-  for (int e = 0; e < 2; ++e) {
-    want += "   facet normal " + fmt("%le %le %le", 0.0, 0.0, n[e]) + "\n      outer loop\n";
-    for (int k = 0; k < 3; ++k) want += "         vertex " + fmt("%le %le %le", pos(0, tri(k, e)), pos(1, tri(k, e))) + "\n";
-    want += "      endloop\n   endfacet\n";
+  const dense2D<double> pos = tf::mat<double>(2, {0, 0, 2, 0, 0, -1.25e-7});
+  const dense2D<unsigned> tri = tf::mat<unsigned>(3, {0, 1, 2, 1, 1, 2});
+  std::string ascii = "solid KVO\n";
+  std::vector<std::array<float, 12>> facets;
+  for (unsigned e = 0; e < 2; ++e) {
+    const double nz = e == 0 ? -1 : 0;
+    ascii += "   facet normal " + fmt("%le %le %le", 0.0, 0.0, nz) + "\n      outer loop\n";
+    facets.push_back({0, 0, float(nz)});
+    for (unsigned k = 0; k < 3; ++k) {
+      const double x = pos(0, tri(k, e)), y = pos(1, tri(k, e));
+      ascii += "         vertex " + fmt("%le %le %le", x, y, 0.0) + "\n";
+      facets.back()[3 + 3 * k] = float(x), facets.back()[4 + 3 * k] = float(y);
+    }
+    ascii += "      endloop\n   endfacet\n";
   }
-  EXPECT_EQ(get_file(tmp("a.stl")), want + "endsolid KVO\n");
-
-  ASSERT_EQ(STL_output(tmp("b.stl").c_str(), pos, tri, false), 0);
-  const std::string s = get_file(tmp("b.stl"));
-  ASSERT_EQ(s.size(), 84u + 2 * 50u);
-  EXPECT_EQ(s.substr(0, 84), "KVO STL Binary"s + std::string(66, '\0') + "\2\0\0\0"s);
-  const float want_f[24] = {0, 0, -1, 0, 0, 0, 2, 0, 0, 0, float(-1.25e-7), 0, 0, 0, 0, 2, 0, 0, 2, 0, 0, 0, float(-1.25e-7), 0};
-  for (int k = 0; k < 24; ++k) {
-    const auto* b = reinterpret_cast<const unsigned char*>(s.data()) + 84 + 4 * k + (k >= 12 ? 2 : 0);
-    EXPECT_EQ(b[0] | b[1] << 8 | b[2] << 16 | std::uint32_t(b[3]) << 24, std::bit_cast<std::uint32_t>(want_f[k])) << k;
-  }
-  EXPECT_EQ(s.substr(132, 2), "\0\0"s);
+  ascii += "endsolid KVO\n";
+  const std::string binary = "KVO STL Binary" + binary_stl(facets, 2).substr(14);  // little-endian host
   // Views with a leading dimension above their row count write the same bytes.
   dense2D<double> wide(4, 3, 9.0);
   dense2D<unsigned> tall(5, 2, 7u);
-  for (unsigned j = 0; j < 3; ++j) wide(0, j) = pos(0, j), wide(1, j) = pos(1, j);
-  for (unsigned e = 0; e < 2; ++e)
-    for (unsigned r = 0; r < 3; ++r) tall(r + 1, e) = tri(r, e);
-  for (bool ascii : {true, false}) {
-    ASSERT_EQ(STL_output(tmp("v.stl").c_str(), wide.sub_matrix(0, 0, 2, 3), tall.sub_matrix(1, 0, 3, 2), ascii), 0);
-    EXPECT_EQ(get_file(tmp("v.stl")), get_file(tmp(ascii ? "a.stl" : "b.stl")));
+  for (unsigned k = 0; k < 6; ++k) wide(k % 2, k / 2) = pos(k % 2, k / 2), tall(k % 3 + 1, k / 3) = tri(k % 3, k / 3);
+  const std::string p = tf::path("out.stl");
+  for (bool a : {true, false}) {
+    ASSERT_EQ(STL_output(p.c_str(), pos, tri, a), 0);
+    EXPECT_EQ(tf::read(p), a ? ascii : binary);
+    ASSERT_EQ(STL_output(p.c_str(), wide.sub_matrix(0, 0, 2, 3), tall.sub_matrix(1, 0, 3, 2), a), 0);
+    EXPECT_EQ(tf::read(p), a ? ascii : binary);
   }
 }
 
@@ -121,14 +97,15 @@ TEST(StlOutput, ChecksComeAfterTheFileIsCreated) {
   dense2D<double> pos(3, 3, 0.0), bad(4, 3, 0.0), big;
   dense2D<unsigned> tri(3, 1, 0u), out_of_range(3, 1, 3u), quad(4, 1, 0u), torus;
   meshgen::torus(20, 20, big, torus);
+  const std::string c = tf::path("c.stl");
   for (bool ascii : {true, false}) {
     using check = std::tuple<dense2D<double>*, dense2D<unsigned>*, int>;
     for (auto [p, t, status] : std::initializer_list<check>{{&bad, &out_of_range, -2}, {&pos, &out_of_range, -3}, {&pos, &quad, -3}}) {
-      put_file(tmp("c.stl"), "old");
-      EXPECT_EQ(STL_output(tmp("c.stl").c_str(), *p, *t, ascii), status);
-      EXPECT_EQ(get_file(tmp("c.stl")), "");
+      tf::write(c, "old");
+      EXPECT_EQ(STL_output(c.c_str(), *p, *t, ascii), status);
+      EXPECT_EQ(tf::read(c), "");
     }
-    EXPECT_EQ(STL_output(tmp("no/such/dir.stl").c_str(), bad, tri, ascii), -1);
+    EXPECT_EQ(STL_output(tf::in_missing_folder().c_str(), bad, tri, ascii), -1);
     EXPECT_EQ(STL_output(nullptr, pos, tri, ascii), -1);
     if (std::FILE* full = std::fopen("/dev/full", "w")) {  // every write fails there
       std::fclose(full);
@@ -266,9 +243,9 @@ TEST(StlInput, MalformedFilesFailWithEmptyOutputs) {
     EXPECT_EQ(m.empty(), !ok) << text;
   }
   stl m;
-  EXPECT_EQ(STL_input(tmp("missing.stl").c_str(), m.pos, m.tri), -1);
+  EXPECT_EQ(STL_input(tf::path("missing.stl").c_str(), m.pos, m.tri), -1);
 
-  const std::array<float, 9> f1{0, 0, 0, 1, 0, 0, 0, 1, 0}, f2{1, 0, 0, 1, 1, 0, 0, 1, 0};
+  const std::array<float, 12> f1{0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 1, 0}, f2{0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0};
   const std::string two = binary_stl({f1, f2}, 2);
   ASSERT_EQ(m.read("solid, yet binary" + two.substr(17)), 0);
   EXPECT_EQ(m.pos.cols, 4u);
@@ -293,10 +270,11 @@ TEST(StlRoundTrip, TorusSurvivesBothForms) {
   std::vector<unsigned> order, seen(pos.cols, 0);
   for (unsigned k = 0; k < 3 * tri.cols; ++k)
     if (!seen[tri(k % 3, k / 3)]++) order.push_back(tri(k % 3, k / 3));
+  const std::string p = tf::path("rt.stl");
   for (bool ascii : {false, true}) {
-    ASSERT_EQ(STL_output(tmp("rt.stl").c_str(), pos, tri, ascii), 0);
+    ASSERT_EQ(STL_output(p.c_str(), pos, tri, ascii), 0);
     stl m;
-    ASSERT_EQ(STL_input(tmp("rt.stl").c_str(), m.pos, m.tri), 0);
+    ASSERT_EQ(m.read(tf::read(p)), 0);
     ASSERT_EQ(m.pos.cols, pos.cols);
     ASSERT_EQ(m.tri.cols, tri.cols);
     for (unsigned n = 0; n < pos.cols; ++n)
