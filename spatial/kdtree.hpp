@@ -2,28 +2,58 @@
 //
 // The tree holds node indices only; coordinates are read from the caller's matrix at every
 // query. Its shape is fixed by the insertion rule (axis = depth mod dim, ties go right) and by
-// the insertion order (a shuffle driven by MT19937 seeded with 1). Tree nodes live in one
-// contiguous array of 4 unsigned per node: point index, left child, right child, and the point
-// index of the right child (so that a walk can prefetch both children's coordinates at once).
+// the insertion order (a shuffle driven by MT19937 seeded with 1).
+//
+// Layout. Tree nodes live in one array of 12 unsigned per node:
+//   idx, left, right   the point index and the two children (positions in the array, or none);
+//   span               the size of the subtree when it occupies exactly the positions
+//                      [p, p + span) (the bulk builder lays new subtrees out in preorder), 0 once
+//                      a later insertion has scattered it;
+//   gpos[4], gidx[4]   positions and point indices of the four grandchildren (left-left,
+//                      left-right, right-left, right-right); a missing one repeats the node itself.
+//                      The top bit of a position marks a grandchild whose subtree is a short run
+//                      (the fast search scans those whole).
+// A second array gives the point index at every position, so that the points of a contiguous
+// subtree are one run. The grandchildren fields only serve prefetching: walks are bound by memory
+// latency, and knowing two levels ahead lets a walk ask for a node's data two steps before it
+// needs it.
+//
+// Nearest-node search. The reference search is a descent keeping the first strictly closest node
+// (squared distances), then a depth-first search from the root with the Euclidean radius of that
+// node, right subtree before left, strict comparisons. It finds the closest node; which one of
+// several at the same distance depends on its visiting order. A faster exact search (closer child
+// first, subtrees pruned by the distance to their cell, small contiguous subtrees scanned as one
+// run) answers instead when nothing can make the two differ: no other node within a few rounding
+// errors of the winner's distance, no node outside the cell its ancestors give it (coordinates
+// changed after insertion, NaN), a winner at a normal non-zero distance. Otherwise the reference
+// search runs.
 #ifndef GRIDKIT_SPATIAL_KDTREE_HPP
 #define GRIDKIT_SPATIAL_KDTREE_HPP
 
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <random>
-#include <unordered_set>
 #include <vector>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
 
 #include <kvo/gridkit.hpp>
 
 namespace kvo::gridkit::spatial {
 
 constexpr unsigned none = 0xFFFFFFFFu;
-constexpr unsigned node_stride = 4;  // point index, left, right, point index of right
-constexpr unsigned f_idx = 0, f_left = 1, f_right = 2, f_right_idx = 3;
+constexpr unsigned node_stride = 12;
+constexpr unsigned f_idx = 0, f_left = 1, f_right = 2, f_span = 3, f_gpos = 4, f_gidx = 8;
+constexpr unsigned max_nodes = 0x3FFFFFF0u;
+constexpr unsigned run_flag = 0x80000000u, pos_mask = 0x7FFFFFFFu;
+// Contiguous subtrees of at most this many nodes are scanned as one run by the fast search.
+constexpr unsigned scan_max = 16;
 
 // Shuffles v[0..n) in place: for k = 1..n-1, j is drawn uniform in [0, k] from MT19937 (seed 1)
 // outputs masked to the smallest all-ones mask covering k, rejecting values above k.
@@ -65,29 +95,120 @@ inline unsigned usable_columns(const dense2D<double>& pos) noexcept {
   return fit < pos.cols ? static_cast<unsigned>(fit) : pos.cols;
 }
 
-// Tree storage: a growable array of nodes (4 unsigned each) on a container block.
-struct node_array {
-  dense1D<unsigned, 16> buf;
+// Blocks of a few megabytes and more are aligned to 2 MiB and marked for transparent huge pages:
+// searches touch them in scattered order, and fewer pages mean fewer address-translation misses.
+inline void* alloc_block(std::size_t bytes) noexcept {
+  constexpr std::size_t huge = std::size_t(1) << 21;
+  if (bytes < 2 * huge) return std::aligned_alloc(64, (bytes + 63) & ~std::size_t(63));
+  bytes = (bytes + huge - 1) & ~(huge - 1);
+  void* p = std::aligned_alloc(huge, bytes);
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+  if (p) madvise(p, bytes, MADV_HUGEPAGE);
+#endif
+  return p;
+}
+
+// Tree storage: the node records and the point index of every position.
+class node_array {
+ public:
+  node_array() = default;
+  node_array(const node_array&) = delete;
+  node_array& operator=(const node_array&) = delete;
+  ~node_array() { release(); }
+
   unsigned count = 0;
 
-  unsigned* data() const noexcept { return buf.ptr(); }
-  bool reserve(unsigned n) {
-    const std::uint64_t want = std::uint64_t(n) * node_stride;
-    if (want > 0xFFFFFFF0ull) return false;
-    return buf.reserve(static_cast<unsigned>(want), 1);
+  unsigned* rec() noexcept { return rec_; }
+  const unsigned* rec() const noexcept { return rec_; }
+  const unsigned* pre() const noexcept { return pre_; }
+  unsigned* node(unsigned p) noexcept { return rec_ + std::size_t(p) * node_stride; }
+  const unsigned* node(unsigned p) const noexcept { return rec_ + std::size_t(p) * node_stride; }
+
+  // Room for n nodes; false (storage unchanged) when the memory cannot be had.
+  bool reserve(unsigned n) noexcept {
+    if (n <= cap_) return true;
+    if (n > max_nodes) return false;
+    unsigned* r = static_cast<unsigned*>(alloc_block(std::size_t(n) * node_stride * sizeof(unsigned)));
+    unsigned* q = static_cast<unsigned*>(alloc_block(std::size_t(n) * sizeof(unsigned)));
+    if (!r || !q) {
+      std::free(r);
+      std::free(q);
+      return false;
+    }
+    if (count) {
+      std::memcpy(r, rec_, std::size_t(count) * node_stride * sizeof(unsigned));
+      std::memcpy(q, pre_, std::size_t(count) * sizeof(unsigned));
+    }
+    std::free(rec_);
+    std::free(pre_);
+    rec_ = r;
+    pre_ = q;
+    cap_ = n;
+    return true;
   }
-  // Appends node (idx, none, none); returns its column or `none` when no memory is left.
-  unsigned append(unsigned idx) {
-    if (count >= 0x3FFFFFF0u) return none;
-    if (!buf.resize((count + 1) * node_stride)) return none;
-    unsigned* p = buf.ptr() + std::size_t(count) * node_stride;
-    p[f_idx] = idx;
-    p[f_left] = none;
-    p[f_right] = none;
-    p[f_right_idx] = 0;
-    return count++;
+
+  // Appends a leaf for point idx; returns its position, or none when no memory is left.
+  unsigned append(unsigned idx) noexcept {
+    if (count >= max_nodes) return none;
+    if (count == cap_) {
+      const std::uint64_t grown = std::uint64_t(cap_) + cap_ / 2 + 16;
+      if (!reserve(static_cast<unsigned>(grown < max_nodes ? grown : max_nodes))) return none;
+    }
+    const unsigned p = count++;
+    unsigned* n = node(p);
+    n[f_idx] = idx;
+    n[f_left] = none;
+    n[f_right] = none;
+    n[f_span] = 1;
+    for (unsigned i = 0; i < 4; ++i) {
+      n[f_gpos + i] = p;
+      n[f_gidx + i] = idx;
+    }
+    pre_[p] = idx;
+    return p;
   }
+
+  // Deep copy of o; false (this left empty) when the memory cannot be had.
+  bool assign(const node_array& o) noexcept {
+    release();
+    if (o.count == 0) return true;
+    if (!reserve(o.count)) return false;
+    std::memcpy(rec_, o.rec_, std::size_t(o.count) * node_stride * sizeof(unsigned));
+    std::memcpy(pre_, o.pre_, std::size_t(o.count) * sizeof(unsigned));
+    count = o.count;
+    return true;
+  }
+
+ private:
+  void release() noexcept {
+    std::free(rec_);
+    std::free(pre_);
+    rec_ = pre_ = nullptr;
+    cap_ = count = 0;
+  }
+  unsigned* rec_ = nullptr;
+  unsigned* pre_ = nullptr;
+  unsigned cap_ = 0;
 };
+
+// Recomputes the grandchildren fields of node p from its children's and grandchildren's records.
+inline void refresh_grandchildren(unsigned* rec, unsigned p) noexcept {
+  unsigned* pn = rec + std::size_t(p) * node_stride;
+  for (unsigned s = 0; s < 2; ++s) {
+    const unsigned c = pn[f_left + s];
+    for (unsigned t = 0; t < 2; ++t) {
+      const unsigned g = c == none ? none : rec[std::size_t(c) * node_stride + f_left + t];
+      if (g == none) {
+        pn[f_gpos + 2 * s + t] = p;
+        pn[f_gidx + 2 * s + t] = pn[f_idx];
+      } else {
+        const unsigned* gn = rec + std::size_t(g) * node_stride;
+        pn[f_gpos + 2 * s + t] = gn[f_span] - 1u < scan_max ? g | run_flag : g;
+        pn[f_gidx + 2 * s + t] = gn[f_idx];
+      }
+    }
+  }
+}
 
 // Literal insertion, one point at a time: walk from the root (right when p[a] <= q[a]) and hang
 // the new node on the free child of the last node visited. Returns false when memory runs out.
@@ -96,18 +217,22 @@ bool insert_walk(node_array& nodes, const coord_view& cv, unsigned idx) {
   const unsigned s = nodes.append(idx);
   if (s == none) return false;
   if (s == 0) return true;
-  unsigned* nd = nodes.data();
+  unsigned* rec = nodes.rec();
   const double* q = cv.at(idx);
-  unsigned p = 0, a = 0;
+  unsigned p = 0, a = 0, up = none, upup = none;
   for (;;) {
-    unsigned* pn = nd + std::size_t(p) * node_stride;
+    unsigned* pn = rec + std::size_t(p) * node_stride;
+    pn[f_span] = 0;  // s joins this subtree at the end of the array
+    if (upup != none) refresh_grandchildren(rec, upup);
     const unsigned side = cv.at(pn[f_idx])[a] <= q[a] ? f_right : f_left;
     const unsigned c = pn[side];
     if (c == none || c >= s) {
       pn[side] = s;
-      if (side == f_right) pn[f_right_idx] = idx;
+      if (up != none) refresh_grandchildren(rec, up);
       return true;
     }
+    upup = up;
+    up = p;
     p = c;
     a = (a + 1 == D) ? 0 : a + 1;
   }
@@ -127,7 +252,7 @@ struct build_item {
 template <unsigned D>
 bool insert_bulk(node_array& nodes, const coord_view& cv, const unsigned* order, unsigned m) {
   if (m == 0) return true;
-  if (std::uint64_t(nodes.count) + m >= 0x3FFFFFF0ull) return false;
+  if (std::uint64_t(nodes.count) + m >= max_nodes) return false;
   if (!nodes.reserve(nodes.count + m)) return false;
   using item = build_item<D>;
   item* items = static_cast<item*>(std::malloc(sizeof(item) * std::size_t(m)));
@@ -142,38 +267,46 @@ bool insert_bulk(node_array& nodes, const coord_view& cv, const unsigned* order,
     for (unsigned k = 0; k < D; ++k) items[i].c[k] = x[k];
     items[i].idx = order[i];
   }
+  const unsigned first_new = nodes.count;
 
   // A pending group: items [b, e) to place below `parent` on `side` (or at the root when parent
-  // is none), at depth axis `axis`.
+  // is none), at depth axis `axis`; `up` is the parent's parent.
   struct work {
-    unsigned b, e, parent, side, axis;
+    unsigned b, e, parent, up, side, axis;
   };
   std::vector<work> stack;
-  stack.push_back({0, m, none, f_left, 0});
+  std::vector<unsigned> touched;  // older nodes whose grandchildren may have changed
+  stack.push_back({0, m, none, none, f_left, 0});
   while (!stack.empty()) {
     const work w = stack.back();
     stack.pop_back();
-    unsigned* nd = nodes.data();
+    unsigned* rec = nodes.rec();
     unsigned target;
     if (w.parent == none)
       target = nodes.count ? 0 : none;
     else
-      target = nd[std::size_t(w.parent) * node_stride + w.side];
+      target = rec[std::size_t(w.parent) * node_stride + w.side];
     unsigned b = w.b;
     double split;
     if (target == none) {
       // The first point of the group takes the free slot.
       target = nodes.append(items[b].idx);  // cannot fail: room was reserved above
       if (target == none) break;
-      nd = nodes.data();
+      rec = nodes.rec();
       if (w.parent != none) {
-        nd[std::size_t(w.parent) * node_stride + w.side] = target;
-        if (w.side == f_right) nd[std::size_t(w.parent) * node_stride + f_right_idx] = items[b].idx;
+        rec[std::size_t(w.parent) * node_stride + w.side] = target;
+        if (w.parent < first_new) {
+          touched.push_back(w.parent);
+          if (w.up != none) touched.push_back(w.up);
+        }
       }
       split = items[b].c[w.axis];
       ++b;
     } else {
-      split = cv.at(nd[std::size_t(target) * node_stride + f_idx])[w.axis];
+      // An older node receives new points below it: its subtree is no longer one run.
+      rec[std::size_t(target) * node_stride + f_span] = 0;
+      if (w.up != none) touched.push_back(w.up);
+      split = cv.at(rec[std::size_t(target) * node_stride + f_idx])[w.axis];
     }
     // Stable split: left items are compacted in place, right items go through tmp.
     const unsigned a = w.axis;
@@ -186,11 +319,27 @@ bool insert_bulk(node_array& nodes, const coord_view& cv, const unsigned* order,
     }
     if (r) std::memcpy(static_cast<void*>(items + l), tmp, sizeof(item) * r);
     const unsigned next = (a + 1 == D) ? 0 : a + 1;
-    if (l < w.e) stack.push_back({l, w.e, target, f_right, next});
-    if (b < l) stack.push_back({b, l, target, f_left, next});
+    if (l < w.e) stack.push_back({l, w.e, target, w.parent, f_right, next});
+    if (b < l) stack.push_back({b, l, target, w.parent, f_left, next});
   }
   std::free(items);
   std::free(tmp);
+
+  // Spans and grandchildren of the new nodes (children come after their parent), then the
+  // grandchildren of the older nodes that new ones were hung below.
+  unsigned* rec = nodes.rec();
+  for (unsigned p = nodes.count; p-- > first_new;) {
+    unsigned* pn = rec + std::size_t(p) * node_stride;
+    const unsigned l = pn[f_left], r = pn[f_right];
+    const std::uint64_t sl = l == none ? 0 : (l == p + 1 ? rec[std::size_t(l) * node_stride + f_span] : 0);
+    const bool left_ok = l == none || sl != 0;
+    const std::uint64_t sr =
+        r == none ? 0 : (r == p + 1 + sl ? rec[std::size_t(r) * node_stride + f_span] : 0);
+    const bool right_ok = r == none || sr != 0;
+    pn[f_span] = left_ok && right_ok ? static_cast<unsigned>(1 + sl + sr) : 0;
+    refresh_grandchildren(rec, p);
+  }
+  for (unsigned p : touched) refresh_grandchildren(rec, p);
   return true;
 }
 
@@ -220,40 +369,46 @@ class small_stack {
   std::vector<T> heap_;
 };
 
-// Asks for the tree nodes and coordinates of both children of pn ahead of their use: the walks
-// are bound by memory latency, not by arithmetic. Left children are usually the next column
-// (subtrees are laid out in preorder), right children carry their point index in the parent.
-inline void prefetch_children(const unsigned* nd, const coord_view& cv, const unsigned* pn) {
-  if (pn[f_left] != none) __builtin_prefetch(cv.at(nd[std::size_t(pn[f_left]) * node_stride + f_idx]));
-  if (pn[f_right] != none) {
-    __builtin_prefetch(nd + std::size_t(pn[f_right]) * node_stride);
-    __builtin_prefetch(cv.at(pn[f_right_idx]));
+// Asks for the records and coordinates of the four grandchildren of node pn (a missing one is the
+// node itself, already at hand).
+inline void prefetch_grandchildren(const unsigned* rec, const coord_view& cv, const unsigned* pn) noexcept {
+  for (unsigned i = 0; i < 4; ++i) {
+    const unsigned g = pn[f_gpos + i] & pos_mask;
+    __builtin_prefetch(rec + std::size_t(g) * node_stride);
+    __builtin_prefetch(cv.at(pn[f_gidx + i]));
   }
 }
 
-// Nearest tree node to P, skipping tree nodes whose index is `skip`. First a descent by the tree
-// order keeping the first strictly closest node (squared distances), then a depth-first search
-// from the root with the Euclidean radius of that node, right subtree before left. A NaN
+template <unsigned D>
+inline double squared_distance(const double* x, const double* P) noexcept {
+  double d2 = 0.0;
+  for (unsigned k = 0; k < D; ++k) {
+    const double t = x[k] - P[k];
+    d2 += t * t;
+  }
+  return d2;
+}
+
+// Reference nearest-node search, skipping tree nodes whose index is `skip`. First a descent by
+// the tree order keeping the first strictly closest node (squared distances), then a depth-first
+// search from the root with the Euclidean radius of that node, right subtree before left. A NaN
 // distance counts as infinite. Returns none for an empty tree or when every node is skipped.
 template <unsigned D>
-unsigned nearest(const unsigned* nd, unsigned count, const coord_view& cv, const double* P, unsigned skip) {
-  if (count == 0) return none;
+unsigned nearest_reference(const node_array& nodes, const coord_view& cv, const double* P, unsigned skip) {
+  if (nodes.count == 0) return none;
+  const unsigned* rec = nodes.rec();
   constexpr double inf = std::numeric_limits<double>::infinity();
   unsigned best = none;
   double best_d2 = inf;
   {
     unsigned p = 0, a = 0;
     for (;;) {
-      const unsigned* pn = nd + std::size_t(p) * node_stride;
+      const unsigned* pn = rec + std::size_t(p) * node_stride;
       const unsigned idx = pn[f_idx];
       const double* x = cv.at(idx);
-      prefetch_children(nd, cv, pn);
+      prefetch_grandchildren(rec, cv, pn);
       if (idx != skip) {
-        double d2 = 0.0;
-        for (unsigned k = 0; k < D; ++k) {
-          const double t = x[k] - P[k];
-          d2 += t * t;
-        }
+        const double d2 = squared_distance<D>(x, P);
         if (d2 < best_d2 || best == none) {
           best = idx;
           best_d2 = d2 == d2 ? d2 : inf;
@@ -278,18 +433,14 @@ unsigned nearest(const unsigned* nd, unsigned count, const coord_view& cv, const
   unsigned p = 0, a = 0;
   for (;;) {
     while (p != none) {
-      const unsigned* pn = nd + std::size_t(p) * node_stride;
+      const unsigned* pn = rec + std::size_t(p) * node_stride;
       const unsigned idx = pn[f_idx];
       const double* x = cv.at(idx);
-      prefetch_children(nd, cv, pn);
+      prefetch_grandchildren(rec, cv, pn);
       bool inside = true;
       for (unsigned k = 0; k < D; ++k) inside = inside && P[k] - r <= x[k] && P[k] + r >= x[k];
       if (inside && idx != skip) {
-        double d2 = 0.0;
-        for (unsigned k = 0; k < D; ++k) {
-          const double t = x[k] - P[k];
-          d2 += t * t;
-        }
+        const double d2 = squared_distance<D>(x, P);
         if (d2 < r_d2) {
           const double d = std::sqrt(d2);
           if (d < r) {
@@ -318,12 +469,193 @@ unsigned nearest(const unsigned* nd, unsigned count, const coord_view& cv, const
   }
 }
 
+// The fast search gives up (and the reference search runs) below this depth.
+constexpr unsigned fast_depth_max = 160;
+
+// Squared radius within which another node counts as a possible tie of a winner at squared
+// distance d2, for a query point whose largest coordinate magnitude is m. It covers, with a wide
+// margin, the distances whose square roots round alike and the rounding of the reference search's
+// plane and box tests (relative to the radius and to the coordinates' magnitude).
+inline double tie_radius2(double d2, double m) noexcept {
+  const double d = std::sqrt(d2);
+  const double r = d + 0x1p-44 * (d + m);
+  return r * r * (1.0 + 0x1p-44);
+}
+
+// Exact nearest-node search that also proves its answer is the reference search's. Closer child
+// first; a subtree is skipped when the distance from P to its cell (the box its ancestors' splits
+// give it) exceeds the tie radius of the best node so far, and a contiguous subtree of at most
+// scan_max nodes is scanned as one run. Returns false when the answer is not proven: a possible
+// tie, a winner at zero, subnormal or huge distance, a winner off the side of one of its
+// ancestors' splits (moved since insertion) or below a NaN split, a very deep tree.
+template <unsigned D>
+bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* P, unsigned skip, unsigned& out) {
+  constexpr double inf = std::numeric_limits<double>::infinity();
+  double m = 0.0;
+  for (unsigned k = 0; k < D; ++k) {
+    const double v = std::fabs(P[k]);
+    if (!(v <= std::numeric_limits<double>::max())) return false;
+    m = v > m ? v : m;
+  }
+  const unsigned* rec = nodes.rec();
+  const unsigned* pre = nodes.pre();
+
+  // Pending far children, deepest last.
+  struct pending {
+    unsigned node, depth;
+    double rd;     // squared distance from P to the child's cell
+    double sq[D];  // its squared distances along each axis
+  };
+  pending stack[fast_depth_max];
+  unsigned sp = 0;
+  double sq[D];  // squared distances from P to the current cell along each axis
+  for (unsigned k = 0; k < D; ++k) sq[k] = 0.0;
+  // The current path: split value of the node at each depth, and whether the path goes right.
+  double path_split[fast_depth_max];
+  bool path_right[fast_depth_max];
+
+  unsigned best = none, best_pos = none, run_root = none, run_depth = 0;
+  double best_d2 = inf, second_d2 = inf, tie2 = inf;
+  bool best_placed = false;
+  // A new closest node x at position pos below `depth` levels of the current path (or in the
+  // run starting at `root`): remember whether it lies on the side of every split above it.
+  auto improve = [&](unsigned idx, unsigned pos, const double* x, double d2, unsigned depth, unsigned root) {
+    second_d2 = best_d2;
+    best_d2 = d2;
+    best = idx;
+    best_pos = pos;
+    run_root = root;
+    run_depth = depth;
+    tie2 = tie_radius2(d2, m);
+    bool placed = true;
+    for (unsigned j = 0, ax = 0; j < depth; ++j, ax = (ax + 1 == D) ? 0 : ax + 1) {
+      const bool r = path_right[j], ge = path_split[j] <= x[ax], lt = x[ax] < path_split[j];
+      placed &= (r & ge) | (!r & lt);
+    }
+    best_placed = placed;
+  };
+
+  unsigned p = 0, a = 0, depth = 0;
+  for (;;) {
+    for (;;) {
+      const unsigned* pn = rec + std::size_t(p) * node_stride;
+      const unsigned span = pn[f_span];
+      if (span - 1u < scan_max) {
+        const unsigned* run = pre + p;
+        for (unsigned i = 0; i < span; ++i) {
+          const double* x = cv.at(run[i]);
+          const double d2 = squared_distance<D>(x, P);
+          if (d2 < second_d2 && run[i] != skip) [[unlikely]] {
+            if (d2 < best_d2)
+              improve(run[i], p + i, x, d2, depth, p);
+            else
+              second_d2 = d2;
+          }
+        }
+        break;
+      }
+      const double* x = cv.at(pn[f_idx]);
+      const double d2 = squared_distance<D>(x, P);
+      if (d2 < second_d2 && pn[f_idx] != skip) [[unlikely]] {
+        if (d2 < best_d2)
+          improve(pn[f_idx], p, x, d2, depth, none);
+        else
+          second_d2 = d2;
+      }
+      if (depth + 1 >= fast_depth_max) return false;
+      const double split = x[a];
+      const bool right = split <= P[a];
+      path_split[depth] = split;
+      path_right[depth] = right;
+      const unsigned near = pn[right ? f_right : f_left];
+      const unsigned far = pn[right ? f_left : f_right];
+      const unsigned next = (a + 1 == D) ? 0 : a + 1;
+      // Ask for the grandchildren on the near side now; those on the far side when the far child
+      // is kept for later.
+      const unsigned* g = pn + (right ? 2 : 0);
+      for (unsigned i = 0; i < 2; ++i) {
+        const unsigned gp = g[f_gpos + i];
+        __builtin_prefetch(rec + std::size_t(gp & pos_mask) * node_stride);
+        __builtin_prefetch(cv.at(g[f_gidx + i]));
+        if (gp & run_flag) __builtin_prefetch(pre + (gp & pos_mask));
+      }
+      if (far != none) {
+        const double diff = P[a] - split;
+        double rd = 0.0;
+        for (unsigned k = 0; k < D; ++k) rd += k == a ? diff * diff : sq[k];
+        if (rd <= tie2) {
+          pending& q = stack[sp++];
+          q.node = far;
+          q.depth = depth + 1;
+          q.rd = rd;
+          for (unsigned k = 0; k < D; ++k) q.sq[k] = sq[k];
+          q.sq[a] = diff * diff;
+          const unsigned* h = pn + (right ? 0 : 2);
+          for (unsigned i = 0; i < 2; ++i) {
+            const unsigned gp = h[f_gpos + i];
+            __builtin_prefetch(rec + std::size_t(gp & pos_mask) * node_stride);
+            __builtin_prefetch(cv.at(h[f_gidx + i]));
+            if (gp & run_flag) __builtin_prefetch(pre + (gp & pos_mask));
+          }
+        }
+      }
+      if (near == none) break;
+      p = near;
+      a = next;
+      ++depth;
+    }
+    // Resume with the deepest pending far child still within reach.
+    for (;;) {
+      if (sp == 0) {
+        if (best == none || !best_placed || !(best_d2 >= 0x1p-960 && best_d2 <= 0x1p960) || second_d2 <= tie2)
+          return false;
+        if (run_root != none && run_root != best_pos) {
+          // Found in a scanned run: the walk inside the run by the winner's coordinates must
+          // reach it, through no NaN split.
+          const double* w = cv.at(best);
+          unsigned q = run_root, qa = run_depth % D;
+          while (q != best_pos) {
+            const unsigned* qn = rec + std::size_t(q) * node_stride;
+            const double s = cv.at(qn[f_idx])[qa];
+            if (s != s) return false;
+            q = qn[s <= w[qa] ? f_right : f_left];
+            if (q == none) return false;
+            qa = (qa + 1 == D) ? 0 : qa + 1;
+          }
+        }
+        out = best;
+        return true;
+      }
+      const pending& q = stack[--sp];
+      if (q.rd <= tie2) {
+        p = q.node;
+        depth = q.depth;
+        a = depth % D;
+        path_right[depth - 1] = !path_right[depth - 1];
+        for (unsigned k = 0; k < D; ++k) sq[k] = q.sq[k];
+        break;
+      }
+    }
+  }
+}
+
+// Nearest tree node to P, skipping tree nodes whose index is `skip`: the reference search's
+// answer, by the fast search when it can prove it.
+template <unsigned D>
+unsigned nearest(const node_array& nodes, const coord_view& cv, const double* P, unsigned skip) {
+  if (nodes.count == 0) return none;
+  unsigned found;
+  if (nearest_fast<D>(nodes, cv, P, skip, found)) return found;
+  return nearest_reference<D>(nodes, cv, P, skip);
+}
+
 // Appends to `found` the index of every tree node inside the closed box, in preorder (node, left
 // subtree, right subtree). Stops quietly if `found` cannot grow.
 template <unsigned D>
-void in_box(const unsigned* nd, unsigned count, const coord_view& cv, const double* lo, const double* hi,
+void in_box(const node_array& nodes, const coord_view& cv, const double* lo, const double* hi,
             dense1D<unsigned, 16>& found) {
-  if (count == 0) return;
+  if (nodes.count == 0) return;
+  const unsigned* rec = nodes.rec();
   struct pending {
     unsigned node, axis;
   };
@@ -331,9 +663,9 @@ void in_box(const unsigned* nd, unsigned count, const coord_view& cv, const doub
   stack.push({0, 0});
   while (!stack.empty()) {
     const pending w = stack.pop();
-    const unsigned* pn = nd + std::size_t(w.node) * node_stride;
+    const unsigned* pn = rec + std::size_t(w.node) * node_stride;
     const double* x = cv.at(pn[f_idx]);
-    prefetch_children(nd, cv, pn);
+    prefetch_grandchildren(rec, cv, pn);
     const unsigned a = w.axis;
     const bool go_left = lo[a] <= x[a];
     const bool go_right = hi[a] >= x[a];

@@ -109,11 +109,10 @@ node_detector& node_detector::operator=(const node_detector& other) {
   if (!t) return *this;
   // The copy reads the same coordinates as the original.
   t->view = other.impl_->view;
-  if (!t->nodes.buf.copy(other.impl_->nodes.buf)) {
+  if (!t->nodes.assign(other.impl_->nodes)) {
     delete t;
     return *this;
   }
-  t->nodes.count = other.impl_->nodes.count;
   impl_ = t;
   return *this;
 }
@@ -185,12 +184,12 @@ unsigned node_detector::insert(const dense2D<unsigned>& connectM) {
 
 unsigned node_detector::find_closest(const vector_fixed<double, 2>& P) const {
   if (!impl_ || impl_->dim != 2) return NULL_INDEX;
-  return sp::nearest<2>(impl_->nodes.data(), impl_->nodes.count, impl_->view, P.data, NULL_INDEX);
+  return sp::nearest<2>(impl_->nodes, impl_->view, P.data, NULL_INDEX);
 }
 
 unsigned node_detector::find_closest(const vector_fixed<double, 3>& P) const {
   if (!impl_ || impl_->dim != 3) return NULL_INDEX;
-  return sp::nearest<3>(impl_->nodes.data(), impl_->nodes.count, impl_->view, P.data, NULL_INDEX);
+  return sp::nearest<3>(impl_->nodes, impl_->view, P.data, NULL_INDEX);
 }
 
 unsigned node_detector::find_closest(unsigned node) const {
@@ -198,20 +197,20 @@ unsigned node_detector::find_closest(unsigned node) const {
   double P[3];
   const double* x = impl_->view.at(node);
   for (unsigned k = 0; k < impl_->dim; ++k) P[k] = x[k];
-  return impl_->dim == 2 ? sp::nearest<2>(impl_->nodes.data(), impl_->nodes.count, impl_->view, P, node)
-                         : sp::nearest<3>(impl_->nodes.data(), impl_->nodes.count, impl_->view, P, node);
+  return impl_->dim == 2 ? sp::nearest<2>(impl_->nodes, impl_->view, P, node)
+                         : sp::nearest<3>(impl_->nodes, impl_->view, P, node);
 }
 
 void node_detector::find_in_box(const vector_fixed<double, 2>& box_min, const vector_fixed<double, 2>& box_max,
                                 dense1D<unsigned, 16>& found) const {
   if (!impl_ || impl_->dim != 2) return;
-  sp::in_box<2>(impl_->nodes.data(), impl_->nodes.count, impl_->view, box_min.data, box_max.data, found);
+  sp::in_box<2>(impl_->nodes, impl_->view, box_min.data, box_max.data, found);
 }
 
 void node_detector::find_in_box(const vector_fixed<double, 3>& box_min, const vector_fixed<double, 3>& box_max,
                                 dense1D<unsigned, 16>& found) const {
   if (!impl_ || impl_->dim != 3) return;
-  sp::in_box<3>(impl_->nodes.data(), impl_->nodes.count, impl_->view, box_min.data, box_max.data, found);
+  sp::in_box<3>(impl_->nodes, impl_->view, box_min.data, box_max.data, found);
 }
 
 unsigned node_detector::size() const { return impl_ ? impl_->nodes.count : 0; }

@@ -249,11 +249,11 @@ TEST(NodeDetector, WalkAndBulkInsertionAgreeWithTiesAndNaN) {
     std::vector<std::array<unsigned, 2>> kids(2000, {NULL_INDEX, NULL_INDEX});
     for (unsigned p = 0; p < t.count; ++p)
       for (unsigned side = 1; side <= 2; ++side)
-        if (const unsigned c = t.data()[4 * p + side]; c != NULL_INDEX) kids[t.data()[4 * p]][side - 1] = t.data()[4 * c];
+        if (const unsigned c = t.node(p)[side]; c != NULL_INDEX) kids[t.node(p)[0]][side - 1] = t.node(c)[0];
     return kids;
   };
   EXPECT_EQ(shape(walk), shape(bulk));
-  EXPECT_EQ(walk.data()[0], bulk.data()[0]);
+  EXPECT_EQ(walk.node(0)[0], bulk.node(0)[0]);
 }
 
 TEST(NodeDetector, NonFiniteCoordinatesAndQueries) {
