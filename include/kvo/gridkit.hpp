@@ -92,11 +92,16 @@ GRIDKIT_API void change_indices(dense2D<unsigned>& connectM, const dense1D<unsig
 // new storage. 0 or ERR_ALLOCATION.
 GRIDKIT_API int permutation(dense1D<unsigned, 16>& V, const dense1D<unsigned, 16>& perm);
 GRIDKIT_API int permutation(dense1D<double, 16>& V, const dense1D<unsigned, 16>& perm);
-// Matches equal IDs: map2to1[j] = position in IDs1 (the last one), map1to2[i] = position in IDs2.
+// Matches equal IDs: map2to1[j] = position in IDs1 (the last one), map1to2[i] = position in IDs2
+// (the last one matching i), NULL_INDEX when none; NULL_INDEX IDs never match. Linear time: large
+// lists are matched in cache-sized blocks with the same results. Outputs sharing storage with an
+// input are cleared before the input is read. Returns 0.
 GRIDKIT_API int get_IDs(const dense1D<unsigned, 16>& IDs1, const dense1D<unsigned, 16>& IDs2,
                         dense1D<unsigned, 16>& map2to1, dense1D<unsigned, 16>& map1to2);
-// Matches columns with the same nodes (strict: same order; otherwise also rotated or reversed).
-// -2 when the row counts differ.
+// Matches columns with the same nodes (strict: same order; otherwise also rotated or reversed,
+// both aligned at the first occurrence of their largest node); the first matching connect1
+// column in ascending order wins, and map1to2 keeps the last matching connect2 column. -2 when
+// the row counts differ (both maps left empty).
 GRIDKIT_API int get_IDs(const dense2D<unsigned>& connect1, const dense2D<unsigned>& connect2,
                         dense1D<unsigned, 16>& map2to1, dense1D<unsigned, 16>& map1to2, bool strict);
 
