@@ -35,13 +35,6 @@ std::string part(int number, const char* keyword, int count) {
   return fmt("part %8d\n*************\n%s\n%8d\n", number, keyword, count);
 }
 
-dense2D<double> nodes(unsigned n) {
-  dense2D<double> pos(3, n);
-  for (unsigned j = 0; j < n; ++j)
-    for (unsigned i = 0; i < 3; ++i) pos(i, j) = j * 0.5 - i * 1.25;
-  return pos;
-}
-
 }  // namespace
 
 TEST(EnsightOutput, FixedColumnsTwoDimensionsAndReversedTetrahedra) {
@@ -62,7 +55,7 @@ TEST(EnsightOutput, FixedColumnsTwoDimensionsAndReversedTetrahedra) {
 }
 
 TEST(EnsightOutput, PartsPerMatrixWithSkippedTypesKeepingTheirNumbers) {
-  const auto pos = nodes(30);
+  const auto pos = testfiles::nodes(30);
   std::vector<unsigned> h27(27), w18(18);
   for (unsigned i = 0; i < 27; ++i) h27[i] = i;
   for (unsigned i = 0; i < 18; ++i) w18[i] = 29 - i;
@@ -105,7 +98,7 @@ TEST(EnsightOutput, PartsPerMatrixWithSkippedTypesKeepingTheirNumbers) {
 }
 
 TEST(EnsightOutput, FailedChecksLeaveAnEmptyFile) {
-  const auto pos = nodes(10);
+  const auto pos = testfiles::nodes(10);
   const dense2D<unsigned> m[] = {mat<unsigned>(3, {0, 1, 2}), mat<unsigned>(4, {0, N, 2, 3})};
   const std::string p = testfiles::path("bad.geo");
   const char* f = p.c_str();

@@ -43,6 +43,14 @@ kvo::dense2D<T> mat(unsigned rows, std::vector<T> values) {
   return m;
 }
 
+// n nodes in 3-D, (j / 2 - 1.25 i + shift) in row i of column j.
+inline kvo::dense2D<double> nodes(unsigned n, double shift = 0) {
+  kvo::dense2D<double> pos(3, n);
+  for (unsigned j = 0; j < n; ++j)
+    for (unsigned i = 0; i < 3; ++i) pos(i, j) = j * 0.5 - i * 1.25 + shift;
+  return pos;
+}
+
 inline kvo::dense1D<int, 16> types(std::vector<int> t) {
   kvo::dense1D<int, 16> v(static_cast<unsigned>(t.size()));
   for (unsigned i = 0; i < t.size(); ++i) v[i] = t[i];

@@ -23,13 +23,6 @@ std::string header_and_vertices(const dense2D<double>& pos) {
   return s + "\n";
 }
 
-dense2D<double> ten_nodes() {
-  dense2D<double> pos(3, 10);
-  for (unsigned j = 0; j < 10; ++j)
-    for (unsigned i = 0; i < 3; ++i) pos(i, j) = j * 0.5 - i * 1.25;
-  return pos;
-}
-
 }  // namespace
 
 TEST(MeditOutput, TwoFamiliesFromStridedViewsByteForByte) {
@@ -48,7 +41,7 @@ TEST(MeditOutput, TwoFamiliesFromStridedViewsByteForByte) {
 }
 
 TEST(MeditOutput, SectionsInTypeOrderWithMixedTypesSplit) {
-  const auto pos = ten_nodes();
+  const auto pos = testfiles::nodes(10);
   std::vector<unsigned> hexa27(27);
   for (unsigned i = 0; i < 27; ++i) hexa27[i] = i % 10;
   const dense2D<unsigned> m[] = {
@@ -89,7 +82,7 @@ TEST(MeditOutput, SectionsInTypeOrderWithMixedTypesSplit) {
 }
 
 TEST(MeditOutput, FlagsBecomeReferencesInFlagOrder) {
-  const auto pos = ten_nodes();
+  const auto pos = testfiles::nodes(10);
   const std::string p = testfiles::path("flags.mesh");
   dense1D<unsigned, 16> flags(4);
   flags[0] = 2, flags[1] = N, flags[2] = 2, flags[3] = 0;
@@ -119,7 +112,7 @@ TEST(MeditOutput, FlagsBecomeReferencesInFlagOrder) {
 }
 
 TEST(MeditOutput, ChecksComeInOrderAndBeforeTheFileIsCreated) {
-  const auto pos = ten_nodes();
+  const auto pos = testfiles::nodes(10);
   const dense2D<double> four_rows(4, 1, 0.0), no_rows(0, 5);
   const dense2D<unsigned> m[] = {mat<unsigned>(3, {0, 1, 2}), mat<unsigned>(3, {0, 1, 10})}, empty(3, 0);
   const std::string p = testfiles::path("bad.mesh");

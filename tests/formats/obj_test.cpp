@@ -107,19 +107,11 @@ TEST(ObjInput, LinesKeywordsAndReferences) {
                    "vt 0 1\ng group\nusemtl m\nf 1 2 3\nf 1/1 2/2/1 3//1 -1\nf 1 2 3 1 2\nf 0 1 2\n"
                    "f +2 1 2\nl 1 2\nvn 1 0 0"),
             0);
-  ASSERT_EQ(d.pos.rows, 3u);
-  ASSERT_EQ(d.pos.cols, 2u);
-  EXPECT_EQ(d.pos(2, 1), 6.0);
-  EXPECT_EQ(d.normals.cols, 2u);
-  EXPECT_EQ(d.normals(0, 1), 1.0);
-  ASSERT_EQ(d.tex.rows, 2u);
-  ASSERT_EQ(d.tex.cols, 2u);  // the 3-value line is dropped
-  EXPECT_EQ(d.tex(1, 1), 1.0);
-  ASSERT_EQ(d.trias.cols, 3u);
-  ASSERT_EQ(d.quads.cols, 1u);
-  const unsigned want_t[9] = {0, 1, 2, 2, 0, 1, 1, 0, 1}, want_q[4] = {0, 1, 2, 0xFFFFFFFEu};
-  for (unsigned k = 0; k < 9; ++k) EXPECT_EQ(d.trias(k % 3, k / 3), want_t[k]) << k;
-  for (unsigned k = 0; k < 4; ++k) EXPECT_EQ(d.quads(k, 0), want_q[k]);
+  EXPECT_TRUE(d.pos == mat<double>(3, {1, 2, 3, 4, 5, 6}));
+  EXPECT_TRUE(d.normals == mat<double>(3, {0, 0, 1, 1, 0, 0}));
+  EXPECT_TRUE(d.tex == mat<double>(2, {0.5, 0.25, 0, 1}));  // the 3-value line is dropped
+  EXPECT_TRUE(d.trias == mat<unsigned>(3, {0, 1, 2, 2, 0, 1, 1, 0, 1}));
+  EXPECT_TRUE(d.quads == mat<unsigned>(4, {0, 1, 2, 0xFFFFFFFEu}));
   ASSERT_EQ(d.read("v 0 0 0\nv 1 0 0\nv 0 1 0\n"), 0);
   EXPECT_TRUE(d.trias.is_empty() && d.quads.is_empty() && d.normals.is_empty() && d.tex.is_empty());
 }
@@ -152,15 +144,11 @@ TEST(ObjRoundTrip, WrittenFilesReadBack) {
     tex(0, j) = j / 64.0, tex(1, j) = 1 - j / 64.0;
   }
   dense2D<unsigned> tri(3, 40), quad(4, 30);
-  for (unsigned k = 0; k < 120; ++k) tri(k % 3, k / 3) = (k * 11) % 50;
-  for (unsigned k = 0; k < 120; ++k) quad(k % 4, k / 4) = (k * 29) % 50;
+  for (unsigned k = 0; k < 120; ++k) tri(k % 3, k / 3) = (k * 11) % 50, quad(k % 4, k / 4) = (k * 29) % 50;
   const std::string path = tf::path("rt.obj");
   ASSERT_EQ(WavefrontOBJ_output(path.c_str(), pos, nrm, tex, tri, quad), 0);
   obj_data d;
   ASSERT_EQ(WavefrontOBJ_input(path.c_str(), d.pos, d.normals, d.tex, d.trias, d.quads), 0);
-  EXPECT_TRUE(d.pos == pos);
-  EXPECT_TRUE(d.normals == nrm);
-  EXPECT_TRUE(d.tex == tex);
-  EXPECT_TRUE(d.trias == tri);
-  EXPECT_TRUE(d.quads == quad);
+  EXPECT_TRUE(d.pos == pos && d.normals == nrm && d.tex == tex);
+  EXPECT_TRUE(d.trias == tri && d.quads == quad);
 }

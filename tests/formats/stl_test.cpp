@@ -119,12 +119,8 @@ TEST(StlInput, SharedNodesCaseCrlfAndTolerance) {
   ASSERT_EQ(m.read("SOLID x\r\n  FACET NORMAL 0 0 1\r\n OUTER LOOP\r\n  VERTEX 0 0 0\r\n  VERTEX 1 0 0\r\n  Vertex 0 1 0\r\n"
                    " ENDLOOP\r\n ENDFACET\r\n" + facet({1, 0, 0}, {1, 1, 0}, {0, 1, 0}) + "ENDSOLID x"),
             0);
-  ASSERT_EQ(m.pos.rows, 3u);
-  ASSERT_EQ(m.pos.cols, 4u);
-  ASSERT_EQ(m.tri.cols, 2u);
-  const unsigned want[6] = {0, 1, 2, 1, 3, 2};
-  for (unsigned k = 0; k < 6; ++k) EXPECT_EQ(m.tri(k % 3, k / 3), want[k]);
-  EXPECT_EQ(m.pos(0, 3), 1.0);
+  EXPECT_TRUE(m.pos == tf::mat<double>(3, {0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0}));
+  EXPECT_TRUE(m.tri == tf::mat<unsigned>(3, {0, 1, 2, 1, 3, 2}));
   // Smallest height exactly 1 (the flat-lying facet at z = 5): nodes closer than 0.05 are joined.
   for (double d : {0.049, 0.051}) {
     ASSERT_EQ(m.read("solid\n" + facet({0, 0, 0}, {4, 0, 0}, {0, 4, 0}) + facet({4 + d, 0, 0}, {4, 4, 0}, {0, 4 + d, 0}) +
@@ -142,9 +138,8 @@ TEST(StlInput, SharedNodesCaseCrlfAndTolerance) {
   }
   // Only flat facets: no merging at all, three nodes per facet.
   ASSERT_EQ(m.read("solid\n" + facet({0, 0, 0}, {1, 0, 0}, {2, 0, 0}) + facet({0, 0, 0}, {1, 0, 0}, {0, 0, 0}) + "endsolid"), 0);
-  ASSERT_EQ(m.pos.cols, 6u);
-  for (unsigned k = 0; k < 6; ++k) EXPECT_EQ(m.tri(k % 3, k / 3), k);
-  EXPECT_EQ(m.pos(0, 4), 1.0);
+  EXPECT_TRUE(m.tri == tf::mat<unsigned>(3, {0, 1, 2, 3, 4, 5}));
+  EXPECT_TRUE(m.pos == tf::mat<double>(3, {0, 0, 0, 1, 0, 0, 2, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0}));
 }
 
 // Facets on lattice sites, with exact copies, signed zeros, near copies (within and beyond the

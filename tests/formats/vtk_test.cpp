@@ -24,13 +24,6 @@ std::string points(const dense2D<double>& pos) {
   return s;
 }
 
-dense2D<double> ten_nodes() {
-  dense2D<double> pos(3, 10);
-  for (unsigned j = 0; j < 10; ++j)
-    for (unsigned i = 0; i < 3; ++i) pos(i, j) = j * 0.5 - i * 1.25 + 1e-7;
-  return pos;
-}
-
 std::vector<unsigned> values(const dense1D<unsigned, 16>& v) { return std::vector<unsigned>(v.begin(), v.end()); }
 
 }  // namespace
@@ -82,7 +75,7 @@ TEST(VtkConvert, AppendsLinearCellsThenPolyVertexCells) {
 }
 
 TEST(VtkOutput, StreamFormChecksItsCellListAndKeepsTheStreamOpen) {
-  const auto pos = ten_nodes();
+  const auto pos = testfiles::nodes(10, 1e-7);
   std::FILE* f = std::tmpfile();
   ASSERT_NE(f, nullptr);
   dense1D<unsigned, 16> none, cells(4);
@@ -102,7 +95,7 @@ TEST(VtkOutput, StreamFormChecksItsCellListAndKeepsTheStreamOpen) {
 }
 
 TEST(VtkOutput, FileFormsSplitMixedTypesInListOrder) {
-  const auto pos = ten_nodes();
+  const auto pos = testfiles::nodes(10, 1e-7);
   const dense2D<unsigned> m[] = {
       mat<unsigned>(8, {0, 1, 2, 3, N, N, N, N, 0, 1, 2, 3, 4, 5, 6, 7, 4, 5, 6, 7, N, N, N, N,  //
                         0, 1, 2, 3, 4, 5, N, N, 0, 1, 2, 3, 4, N, N, N}),
@@ -121,7 +114,7 @@ TEST(VtkOutput, FileFormsSplitMixedTypesInListOrder) {
 }
 
 TEST(VtkOutput, FailedChecksLeaveAnEmptyFile) {
-  const auto pos = ten_nodes();
+  const auto pos = testfiles::nodes(10, 1e-7);
   const dense2D<unsigned> m[] = {mat<unsigned>(3, {0, 1, 2}), mat<unsigned>(3, {0, 1, 10})};
   const std::string p = testfiles::path("bad.vtk");
   const char* f = p.c_str();

@@ -92,7 +92,7 @@ TEST(ShapeQualities, RegularElementsGiveOneThroughEveryType) {
   EXPECT_NEAR(q1(box, ET_HEXA8), std::sqrt(0.5), 1e-15);
 }
 
-TEST(ShapeQualities, InvertedElementsAreNegativeAndFacesIn3DAreNot) {
+TEST(ShapeQualities, InvertedDegenerateAndWarpedElements) {
   const std::vector<P3> cw = {kTri[0], kTri[2], kTri[1]};
   EXPECT_NEAR(q1(cw, ET_TRIA3, 2), -1.0, 1e-14);
   EXPECT_NEAR(q1(cw, ET_TRIA3, 3), 1.0, 1e-14);
@@ -105,9 +105,6 @@ TEST(ShapeQualities, InvertedElementsAreNegativeAndFacesIn3DAreNot) {
   };
   EXPECT_NEAR(q1(mirrored(kPyr), ET_PYRAMID5), -1.0, 1e-14);
   EXPECT_TRUE(q1(mirrored(kWedge), ET_WEDGE6) < 0 && q1(mirrored(kHex), ET_HEXA8) < 0);
-}
-
-TEST(ShapeQualities, DegenerateAndWarpedElements) {
   // One node lifted out of the plane: node 1 and node 2 give congruent quadrangles, but bend
   // different pairs of corner normals.
   std::vector<P3> warped1 = kQuad, warped2 = kQuad;

@@ -37,18 +37,10 @@ TEST(Boundaries, RandomMeshesAgainstBruteForceAppendingToOutputs) {
     }
 }
 
-TEST(Boundaries, SingleTetrahedronAndCubeSurfaces) {
-  const U2 tet = cols(4, {{0, 1, 2, 3}});
-  U2 nb, bnd;
-  U1 ids;
-  ASSERT_EQ(gk::get_neighbors(tet, gk::ET_TETRA4, false, nb), 0);
-  ASSERT_EQ(gk::get_mesh_boundaries(tet, nb, gk::ET_TETRA4, bnd), 0);
-  ASSERT_EQ(gk::get_mesh_bounding_elements(tet, nb, gk::ET_TETRA4, ids), 0);
-  EXPECT_EQ(entries(bnd), (vu{1, 2, 3, 2, 0, 3, 1, 3, 0, 2, 1, 0}));
-  EXPECT_EQ(vec(ids), (vu{0, 1, 2, 3}));
-  // Structured cubes: exactly the faces on the cube's sides are open.
+// Structured cubes: exactly the faces on the cube's sides are open.
+TEST(Boundaries, CubeSurfaces) {
   kvo::dense2D<double> pos;
-  U2 tets, hexes;
+  U2 tets, hexes, nb, bnd;
   meshgen::tet_cube(4, pos, tets);
   meshgen::hex_cube(4, pos, hexes);
   for (auto [c, t, count] : {std::tuple{&tets, gk::ET_TETRA4, 192u}, {&hexes, gk::ET_HEXA8, 96u}}) {
