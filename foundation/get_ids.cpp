@@ -289,8 +289,11 @@ struct split_ids {
   }
 };
 
+// Whether [p, p + n) and [q, q + m) share memory (compared as addresses: they may belong to
+// unrelated blocks).
 inline bool overlap(const unsigned* p, std::size_t n, const unsigned* q, std::size_t m) {
-  return p < q + m && q < p + n;
+  const std::uintptr_t a = reinterpret_cast<std::uintptr_t>(p), b = reinterpret_cast<std::uintptr_t>(q);
+  return a < b + m * sizeof(unsigned) && b < a + n * sizeof(unsigned);
 }
 
 // IDs matched block by block. Entries' keys give way to results: for IDs1 the last matching
