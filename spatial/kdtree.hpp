@@ -382,6 +382,7 @@ inline void prefetch_grandchildren(const unsigned* rec, const coord_view& cv, co
 template <unsigned D>
 inline double squared_distance(const double* x, const double* P) noexcept {
   double d2 = 0.0;
+#pragma GCC unroll 3
   for (unsigned k = 0; k < D; ++k) {
     const double t = x[k] - P[k];
     d2 += t * t;
@@ -482,17 +483,32 @@ inline double tie_radius2(double d2, double m) noexcept {
   return r * r * (1.0 + 0x1p-44);
 }
 
+// Asks for the record, the coordinates and, for the start of a short run, the run's point list of
+// the two grandchildren whose fields start at g + f_gpos and g + f_gidx.
+[[gnu::always_inline]] inline void ask_two_grandchildren(const unsigned* rec, const unsigned* pre, const coord_view& cv,
+                                  const unsigned* g) noexcept {
+  for (unsigned i = 0; i < 2; ++i) {
+    const unsigned gp = g[f_gpos + i];
+    __builtin_prefetch(rec + std::size_t(gp & pos_mask) * node_stride);
+    __builtin_prefetch(cv.at(g[f_gidx + i]));
+    __builtin_prefetch(gp & run_flag ? pre + (gp & pos_mask) : g);  // g: a line at hand
+  }
+}
+
 // Exact nearest-node search that also proves its answer is the reference search's. Closer child
 // first; a subtree is skipped when the distance from P to its cell (the box its ancestors' splits
 // give it) exceeds the tie radius of the best node so far, and a contiguous subtree of at most
 // scan_max nodes is scanned as one run. Returns false when the answer is not proven: a possible
-// tie, a winner at zero, subnormal or huge distance, a winner off the side of one of its
-// ancestors' splits (moved since insertion) or below a NaN split, a very deep tree.
+// tie, a winner at zero, subnormal or huge distance, a winner outside its cell (moved since
+// insertion) or below a NaN split, a very deep tree.
 template <unsigned D>
-bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* P, unsigned skip, unsigned& out) {
+bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* query, unsigned skip, unsigned& out) {
   constexpr double inf = std::numeric_limits<double>::infinity();
+  double P[D];  // a local copy: stores below cannot alias it
   double m = 0.0;
+#pragma GCC unroll 3
   for (unsigned k = 0; k < D; ++k) {
+    P[k] = query[k];
     const double v = std::fabs(P[k]);
     if (!(v <= std::numeric_limits<double>::max())) return false;
     m = v > m ? v : m;
@@ -500,26 +516,36 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* P
   const unsigned* rec = nodes.rec();
   const unsigned* pre = nodes.pre();
 
+  // The cell of the current node: lo <= x < hi, with sq the squared distances from P to it along
+  // each axis. Entering a child narrows one bound; the bound it replaced is kept per depth so
+  // that returning to a pending far child undoes the narrowing below its parent.
+  double bounds[2 * D], sq[D];  // lo[k] = bounds[k], hi[k] = bounds[D + k]
+  const double* lo = bounds;
+  const double* hi = bounds + D;
+#pragma GCC unroll 3
+  for (unsigned k = 0; k < D; ++k) {
+    bounds[k] = -inf;
+    bounds[D + k] = inf;
+    sq[k] = 0.0;
+  }
+  double replaced[fast_depth_max];
+  unsigned replaced_slot[fast_depth_max];
   // Pending far children, deepest last.
   struct pending {
     unsigned node, depth;
     double rd;     // squared distance from P to the child's cell
+    double split;  // its parent's split value
     double sq[D];  // its squared distances along each axis
   };
   pending stack[fast_depth_max];
   unsigned sp = 0;
-  double sq[D];  // squared distances from P to the current cell along each axis
-  for (unsigned k = 0; k < D; ++k) sq[k] = 0.0;
-  // The current path: split value of the node at each depth, and whether the path goes right.
-  double path_split[fast_depth_max];
-  bool path_right[fast_depth_max];
 
   unsigned best = none, best_pos = none, run_root = none, run_depth = 0;
   double best_d2 = inf, second_d2 = inf, tie2 = inf;
-  bool best_placed = false;
-  // A new closest node x at position pos below `depth` levels of the current path (or in the
-  // run starting at `root`): remember whether it lies on the side of every split above it.
-  auto improve = [&](unsigned idx, unsigned pos, const double* x, double d2, unsigned depth, unsigned root) {
+  bool best_in_cell = false;
+  // A new closest node x at position pos, in the current cell (in the run at `root` whose cell it
+  // is, for a scanned run).
+  auto improve = [&](unsigned idx, unsigned pos, const double* x, double d2, unsigned root, unsigned depth) {
     second_d2 = best_d2;
     best_d2 = d2;
     best = idx;
@@ -527,12 +553,10 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* P
     run_root = root;
     run_depth = depth;
     tie2 = tie_radius2(d2, m);
-    bool placed = true;
-    for (unsigned j = 0, ax = 0; j < depth; ++j, ax = (ax + 1 == D) ? 0 : ax + 1) {
-      const bool r = path_right[j], ge = path_split[j] <= x[ax], lt = x[ax] < path_split[j];
-      placed &= (r & ge) | (!r & lt);
-    }
-    best_placed = placed;
+    bool in = true;
+#pragma GCC unroll 3
+    for (unsigned k = 0; k < D; ++k) in &= (lo[k] <= x[k]) & (x[k] < hi[k]);
+    best_in_cell = in;
   };
 
   unsigned p = 0, a = 0, depth = 0;
@@ -547,70 +571,83 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* P
           const double d2 = squared_distance<D>(x, P);
           if (d2 < second_d2 && run[i] != skip) [[unlikely]] {
             if (d2 < best_d2)
-              improve(run[i], p + i, x, d2, depth, p);
+              improve(run[i], p + i, x, d2, p, depth);
             else
               second_d2 = d2;
           }
         }
         break;
       }
-      const double* x = cv.at(pn[f_idx]);
+      const unsigned idx = pn[f_idx];
+      const double* x = cv.at(idx);
       const double d2 = squared_distance<D>(x, P);
-      if (d2 < second_d2 && pn[f_idx] != skip) [[unlikely]] {
+      if (d2 < second_d2 && idx != skip) [[unlikely]] {
         if (d2 < best_d2)
-          improve(pn[f_idx], p, x, d2, depth, none);
+          improve(idx, p, x, d2, none, depth);
         else
           second_d2 = d2;
       }
       if (depth + 1 >= fast_depth_max) return false;
       const double split = x[a];
-      const bool right = split <= P[a];
-      path_split[depth] = split;
-      path_right[depth] = right;
-      const unsigned near = pn[right ? f_right : f_left];
-      const unsigned far = pn[right ? f_left : f_right];
-      const unsigned next = (a + 1 == D) ? 0 : a + 1;
-      // Ask for the grandchildren on the near side now; those on the far side when the far child
-      // is kept for later.
-      const unsigned* g = pn + (right ? 2 : 0);
-      for (unsigned i = 0; i < 2; ++i) {
-        const unsigned gp = g[f_gpos + i];
-        __builtin_prefetch(rec + std::size_t(gp & pos_mask) * node_stride);
-        __builtin_prefetch(cv.at(g[f_gidx + i]));
-        if (gp & run_flag) __builtin_prefetch(pre + (gp & pos_mask));
+      // The grandchildren on the near side are asked for now, those on the far side when the far
+      // child is kept for later. This stays a branch (the empty asm statements keep the compiler
+      // from merging the arms into selects): while the split's coordinates are on their way, the
+      // processor runs ahead down the predicted side and issues its loads and prefetches early.
+      bool right;
+      unsigned near, far;
+      if (split <= P[a]) {
+        asm volatile("# near side: right");
+        right = true;
+        near = pn[f_right];
+        far = pn[f_left];
+        ask_two_grandchildren(rec, pre, cv, pn + 2);
+      } else {
+        asm volatile("# near side: left");
+        right = false;
+        near = pn[f_left];
+        far = pn[f_right];
+        ask_two_grandchildren(rec, pre, cv, pn);
       }
       if (far != none) {
         const double diff = P[a] - split;
+        double t[D];
+#pragma GCC unroll 3
+        for (unsigned k = 0; k < D; ++k) t[k] = sq[k];
+        t[a] = diff * diff;
         double rd = 0.0;
-        for (unsigned k = 0; k < D; ++k) rd += k == a ? diff * diff : sq[k];
+#pragma GCC unroll 3
+        for (unsigned k = 0; k < D; ++k) rd += t[k];
         if (rd <= tie2) {
           pending& q = stack[sp++];
           q.node = far;
           q.depth = depth + 1;
           q.rd = rd;
-          for (unsigned k = 0; k < D; ++k) q.sq[k] = sq[k];
-          q.sq[a] = diff * diff;
-          const unsigned* h = pn + (right ? 0 : 2);
-          for (unsigned i = 0; i < 2; ++i) {
-            const unsigned gp = h[f_gpos + i];
-            __builtin_prefetch(rec + std::size_t(gp & pos_mask) * node_stride);
-            __builtin_prefetch(cv.at(h[f_gidx + i]));
-            if (gp & run_flag) __builtin_prefetch(pre + (gp & pos_mask));
-          }
+          q.split = split;
+#pragma GCC unroll 3
+          for (unsigned k = 0; k < D; ++k) q.sq[k] = t[k];
+          if (right)
+            ask_two_grandchildren(rec, pre, cv, pn);
+          else
+            ask_two_grandchildren(rec, pre, cv, pn + 2);
         }
       }
       if (near == none) break;
+      // Narrow the cell to the near child.
+      const unsigned slot = right ? a : D + a;
+      replaced_slot[depth] = slot;
+      replaced[depth] = bounds[slot];
+      bounds[slot] = split;
       p = near;
-      a = next;
+      a = (a + 1 == D) ? 0 : a + 1;
       ++depth;
     }
     // Resume with the deepest pending far child still within reach.
     for (;;) {
       if (sp == 0) {
-        if (best == none || !best_placed || !(best_d2 >= 0x1p-960 && best_d2 <= 0x1p960) || second_d2 <= tie2)
+        if (best == none || !best_in_cell || !(best_d2 >= 0x1p-960 && best_d2 <= 0x1p960) || second_d2 <= tie2)
           return false;
         if (run_root != none && run_root != best_pos) {
-          // Found in a scanned run: the walk inside the run by the winner's coordinates must
+          // Found in a scanned run: a walk inside the run by the winner's coordinates must
           // reach it, through no NaN split.
           const double* w = cv.at(best);
           unsigned q = run_root, qa = run_depth % D;
@@ -618,7 +655,7 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* P
             const unsigned* qn = rec + std::size_t(q) * node_stride;
             const double s = cv.at(qn[f_idx])[qa];
             if (s != s) return false;
-            q = qn[s <= w[qa] ? f_right : f_left];
+            q = qn[f_left + (s <= w[qa])];
             if (q == none) return false;
             qa = (qa + 1 == D) ? 0 : qa + 1;
           }
@@ -628,10 +665,17 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* P
       }
       const pending& q = stack[--sp];
       if (q.rd <= tie2) {
+        // Undo the narrowing down to the far child's parent, then narrow to the far side.
+        const unsigned parent = q.depth - 1, pa = parent % D;
+        for (unsigned j = depth; j-- > parent;) bounds[replaced_slot[j]] = replaced[j];
+        const unsigned slot = q.split <= P[pa] ? D + pa : pa;
+        replaced_slot[parent] = slot;
+        replaced[parent] = bounds[slot];
+        bounds[slot] = q.split;
         p = q.node;
         depth = q.depth;
-        a = depth % D;
-        path_right[depth - 1] = !path_right[depth - 1];
+        a = (pa + 1 == D) ? 0 : pa + 1;
+#pragma GCC unroll 3
         for (unsigned k = 0; k < D; ++k) sq[k] = q.sq[k];
         break;
       }
