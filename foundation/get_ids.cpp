@@ -379,6 +379,8 @@ struct split_columns {
       if constexpr (W > 2) {
         const unsigned* col = c.col_ptr(unsigned(k));
         for (unsigned r = 0; r < W - 2; ++r) e[2 + r] = col[r];
+      } else {
+        (void)c;
       }
     });
   }
