@@ -499,8 +499,16 @@ inline double tie_radius2(double d2, double m) noexcept {
 // first; a subtree is skipped when the distance from P to its cell (the box its ancestors' splits
 // give it) exceeds the tie radius of the best node so far, and a contiguous subtree of at most
 // scan_max nodes is scanned as one run. Returns false when the answer is not proven: a possible
-// tie, a winner at zero, subnormal or huge distance, a winner outside its cell (moved since
-// insertion) or below a NaN split, a very deep tree.
+// tie; a winner at zero, subnormal or huge distance; a winner, an internal node met or the root
+// of a run met lying outside its cell (coordinates changed since insertion, or NaN); a winner
+// inside a run that a walk by its coordinates does not reach; a very deep tree.
+//
+// Why a proven answer is the reference's: with the tree order intact, the reference search finds
+// the node of smallest distance among those within rounding of it, and with no other node within
+// the tie radius that node is the winner here; the reference search reaches it because every
+// radius it uses until then belongs to a farther node, whose plane and box tests the winner
+// passes, rounding included. A coordinate change that breaks the tree order only in subtrees this
+// search skips goes unseen, and the two answers may then differ.
 template <unsigned D>
 bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* query, unsigned skip, unsigned& out) {
   constexpr double inf = std::numeric_limits<double>::infinity();
@@ -542,9 +550,11 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
 
   unsigned best = none, best_pos = none, run_root = none, run_depth = 0;
   double best_d2 = inf, second_d2 = inf, tie2 = inf;
-  bool best_in_cell = false;
-  // A new closest node x at position pos, in the current cell (in the run at `root` whose cell it
-  // is, for a scanned run).
+  // Whether the nodes met (internal nodes and the roots of scanned runs) and the best node lie
+  // in their cells: a node outside shows coordinates changed since insertion (or a NaN).
+  bool in_cells = true, best_in_cell = false;
+  // A new closest node x at position pos: in the current cell, or in the scanned run at `root`
+  // (at `depth`) whose cell this is.
   auto improve = [&](unsigned idx, unsigned pos, const double* x, double d2, unsigned root, unsigned depth) {
     second_d2 = best_d2;
     best_d2 = d2;
@@ -566,6 +576,11 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
       const unsigned span = pn[f_span];
       if (span - 1u < scan_max) {
         const unsigned* run = pre + p;
+        {
+          const double* x = cv.at(run[0]);
+#pragma GCC unroll 3
+          for (unsigned k = 0; k < D; ++k) in_cells &= (lo[k] <= x[k]) & (x[k] < hi[k]);
+        }
         for (unsigned i = 0; i < span; ++i) {
           const double* x = cv.at(run[i]);
           const double d2 = squared_distance<D>(x, P);
@@ -580,6 +595,8 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
       }
       const unsigned idx = pn[f_idx];
       const double* x = cv.at(idx);
+#pragma GCC unroll 3
+      for (unsigned k = 0; k < D; ++k) in_cells &= (lo[k] <= x[k]) & (x[k] < hi[k]);
       const double d2 = squared_distance<D>(x, P);
       if (d2 < second_d2 && idx != skip) [[unlikely]] {
         if (d2 < best_d2)
@@ -644,7 +661,7 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
     // Resume with the deepest pending far child still within reach.
     for (;;) {
       if (sp == 0) {
-        if (best == none || !best_in_cell || !(best_d2 >= 0x1p-960 && best_d2 <= 0x1p960) || second_d2 <= tie2)
+        if (best == none || !in_cells || !best_in_cell || !(best_d2 >= 0x1p-960 && best_d2 <= 0x1p960) || second_d2 <= tie2)
           return false;
         if (run_root != none && run_root != best_pos) {
           // Found in a scanned run: a walk inside the run by the winner's coordinates must
