@@ -60,7 +60,7 @@ struct model {
     double bd2 = inf;
     for (unsigned p = n.empty() ? NULL_INDEX : 0, a = 0; p != NULL_INDEX; a = (a + 1) % pos.rows) {
       const unsigned i = n[p][0];
-      if (i != skip && (best == NULL_INDEX || d2(i, P) < bd2)) best = i, bd2 = d2(i, P);
+      if (i != skip && (best == NULL_INDEX || d2(i, P) < bd2)) best = i, bd2 = d2(i, P) == d2(i, P) ? d2(i, P) : inf;
       p = n[p][x(i, a) <= P[a] ? 2 : 1];
     }
     double r = std::sqrt(bd2);
@@ -99,6 +99,34 @@ std::vector<unsigned> box(const node_detector& d, unsigned dim, const double* lo
   if (dim == 2) d.find_in_box(V2{{lo[0], lo[1]}}, V2{{hi[0], hi[1]}}, found);
   else d.find_in_box(V3{{lo[0], lo[1], lo[2]}}, V3{{hi[0], hi[1], hi[2]}}, found);
   return vec(found);
+}
+
+// The fields derived from the tree shape agree with it: a nonzero span is the size of a subtree
+// filling [p, p + span); grandchildren fields (a missing one is the node itself) and run flags.
+// Returns the number of zero spans.
+unsigned check_layout(const sp::node_array& t) {
+  std::vector<unsigned> size(t.count, 1), first(t.count), last(t.count);
+  unsigned zero = 0;
+  for (unsigned p = t.count; p-- > 0;) {  // children come after their parent
+    first[p] = last[p] = p;
+    for (unsigned c : {t.node(p)[1], t.node(p)[2]})
+      if (c != NULL_INDEX) size[p] += size[c], first[p] = std::min(first[p], first[c]), last[p] = std::max(last[p], last[c]);
+  }
+  for (unsigned p = 0; p < t.count; ++p) {
+    const unsigned* n = t.node(p);
+    zero += n[sp::f_span] == 0;
+    if (n[sp::f_span]) {
+      EXPECT_TRUE(n[sp::f_span] == size[p] && first[p] == p && last[p] == p + size[p] - 1) << p;
+    }
+    EXPECT_EQ(t.pre()[p], n[0]);
+    for (unsigned i = 0; i < 4; ++i) {
+      const unsigned c = n[1 + i / 2], g = c == NULL_INDEX ? NULL_INDEX : t.node(c)[1 + i % 2];
+      const bool run = g != NULL_INDEX && t.node(g)[sp::f_span] - 1u < sp::scan_max;
+      EXPECT_EQ(n[sp::f_gpos + i], g == NULL_INDEX ? p : g | (run ? sp::run_flag : 0)) << p;
+      EXPECT_EQ(n[sp::f_gidx + i], t.node(g == NULL_INDEX ? p : g)[0]) << p;
+    }
+  }
+  return zero;
 }
 
 // Every query of the detector against the model; nearest distances against brute force.
@@ -144,8 +172,9 @@ TEST(NodeDetector, MatchesModelOnRandomPointsAndGridsWithTies) {
   check_against_model(pos, -0.1, 1.1, 0);
   meshgen::random_points(3000, pos, 2, 99);
   check_against_model(pos, -0.1, 1.1, 0);
+  // Queries on nodes, edge midpoints and cell centres: exact ties, broken by the search order.
   for (unsigned j = 0; j < 1600; ++j) flat(0, j) = j % 40, flat(1, j) = j / 40;
-  check_against_model(flat, -1, 41, 0.5);  // queries on nodes, edge midpoints, cell centres
+  check_against_model(flat, -1, 41, 0.5);
   meshgen::lattice_nodes(12, 0.5, pos);
   check_against_model(pos, -0.5, 6.5, 0.25);
   twice.resize(3, 2 * pos.cols);  // every node twice: its copy is the nearest other node
@@ -231,6 +260,7 @@ TEST(NodeDetector, ConnectivitiesAndIncrementalInsertBuildTheModelTree) {
   EXPECT_EQ(d.insert(u1({11, 500, 12, 13, 11})), 4u);
   EXPECT_EQ(ref.insert({11, 500, 12, 13, 11}), 4u);
   EXPECT_EQ(box(d, 2), ref.box());
+  for (unsigned j = 0; j < 400; ++j) EXPECT_EQ(d.find_closest(j), ref.nearest(pos.col_ptr(j), j)) << j;
 }
 
 TEST(NodeDetector, WalkAndBulkInsertionAgreeWithTiesAndNaN) {
@@ -254,6 +284,25 @@ TEST(NodeDetector, WalkAndBulkInsertionAgreeWithTiesAndNaN) {
   };
   EXPECT_EQ(shape(walk), shape(bulk));
   EXPECT_EQ(walk.node(0)[0], bulk.node(0)[0]);
+  // The walk leaves runs of one leaf only; the second bulk insertion breaks the runs it grows into.
+  unsigned inner = 0;
+  for (unsigned p = 0; p < walk.count; ++p) inner += walk.node(p)[1] != NULL_INDEX || walk.node(p)[2] != NULL_INDEX;
+  EXPECT_EQ(check_layout(walk), inner);
+  const unsigned broken = check_layout(bulk);
+  EXPECT_GT(broken, 0u);
+  EXPECT_LT(broken, 1000u);
+  // Same tree, other layouts: the same answers, which are the reference search's.
+  model m{pos, {}};
+  m.insert(iota(2000));
+  std::mt19937 rng(2);
+  std::uniform_real_distribution<double> u(0, 1);
+  for (int q = 0; q < 200; ++q) {
+    const double P[3] = {u(rng), q % 2 ? 0.5 : u(rng), u(rng)};
+    const unsigned want = m.nearest(P);
+    EXPECT_EQ(sp::nearest<3>(walk, cv, P, NULL_INDEX), want) << q;
+    EXPECT_EQ(sp::nearest<3>(bulk, cv, P, NULL_INDEX), want) << q;
+    EXPECT_EQ(sp::nearest_reference<3>(bulk, cv, P, NULL_INDEX), want) << q;
+  }
 }
 
 TEST(NodeDetector, NonFiniteCoordinatesAndQueries) {
@@ -270,6 +319,35 @@ TEST(NodeDetector, NonFiniteCoordinatesAndQueries) {
   node_detector e(nan_all);
   EXPECT_EQ(e.find_closest(V2{{0.9, 0.9}}), 29u);
   EXPECT_LT(e.find_closest(29u), 29u);  // only infinite distances left: the first other node met
+  // NaN and infinite coordinates scattered through a larger cloud: the reference search never
+  // enters the left subtree of a NaN split, and every answer must still be its answer.
+  dense2D<double> holes;
+  meshgen::random_points(3000, holes, 2, 31);
+  for (unsigned j = 0; j < 3000; j += 23) holes(j % 2, j) = j % 3 ? NAN : inf;
+  node_detector h(holes);
+  model mh{holes, {}};
+  mh.insert(iota(3000));
+  std::mt19937 rng(4);
+  std::uniform_real_distribution<double> u(0, 1);
+  for (int q = 0; q < 300; ++q) {
+    const double Q[2] = {u(rng), u(rng)};
+    EXPECT_EQ(h.find_closest(V2{{Q[0], Q[1]}}), mh.nearest(Q)) << q;
+  }
+  for (unsigned j = 0; j < 3000; j += 5) EXPECT_EQ(h.find_closest(j), mh.nearest(holes.col_ptr(j), j)) << j;
+  // Trees of 14 nodes (one run scanned whole) with NaN splits inside: a node below one is found
+  // by the reference search only when the descent passes it.
+  for (unsigned seed = 0; seed < 60; ++seed) {
+    dense2D<double> small;
+    meshgen::random_points(14, small, 2, seed);
+    for (unsigned j = seed % 3; j < 14; j += 3) small((j + seed) % 2, j) = NAN;
+    node_detector t(small);
+    model ms{small, {}};
+    ms.insert(iota(14));
+    for (int q = 0; q < 30; ++q) {
+      const double Q[2] = {u(rng), u(rng)};
+      EXPECT_EQ(t.find_closest(V2{{Q[0], Q[1]}}), ms.nearest(Q)) << seed << " " << q;
+    }
+  }
   // 3000 coincident points make a 3000-deep chain (ties go right).
   dense2D<double> same(3, 3000, 0.25);
   same(0, 1234) = 0.5;
@@ -294,4 +372,34 @@ TEST(NodeDetector, DeepCopyAndCoordinatesReadAtQueryTime) {
   EXPECT_EQ(box(c, 3), box(d, 3));
   for (unsigned k = 0; k < 3; ++k) pos(k, 3) = 0.125 + k;
   EXPECT_EQ(c.find_closest(V3{{0.125, 1.125, 2.125}}), 3u);
+}
+
+TEST(NodeDetector, ChangedCoordinatesAreFollowedLikeTheModel) {
+  dense2D<double> pos;
+  meshgen::random_points(3000, pos, 3, 21);
+  node_detector d(pos);
+  model m{pos, {}};
+  m.insert(iota(pos.cols));
+  std::mt19937 rng(9);
+  std::uniform_real_distribution<double> u(-0.4, 4.4), jitter(-0.4, 0.4);
+  auto agree = [&] {  // at random points and at every 7th node
+    for (int q = 0; q < 400; ++q) {
+      const double P[3] = {u(rng), u(rng), u(rng)};
+      EXPECT_EQ(d.find_closest(V3{{P[0], P[1], P[2]}}), m.nearest(P)) << q;
+    }
+    for (unsigned j = 0; j < pos.cols; j += 7) EXPECT_EQ(d.find_closest(j), m.nearest(pos.col_ptr(j), j)) << j;
+  };
+  // Scaling by 4 is exact and keeps the tree order.
+  for (unsigned j = 0; j < 3 * pos.cols; ++j) pos(j % 3, j / 3) *= 4;
+  agree();
+  // Nodes moved far from where the tree holds them, each queried at its new place.
+  for (unsigned j = 0; j < pos.cols; j += 97) {
+    for (unsigned k = 0; k < 3; ++k) pos(k, j) = 4 * std::fmod(0.37 * (j + 1) * (k + 2), 1.0);
+    const double P[3] = {pos(0, j) + 1e-3, pos(1, j), pos(2, j)};
+    EXPECT_EQ(d.find_closest(V3{{P[0], P[1], P[2]}}), m.nearest(P)) << j;
+  }
+  agree();
+  // Every node shifted by up to about its spacing: the tree order breaks all over the tree.
+  for (unsigned j = 0; j < 3 * pos.cols; ++j) pos(j % 3, j / 3) += jitter(rng);
+  agree();
 }
