@@ -607,19 +607,19 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
       if (depth + 1 >= fast_depth_max) return false;
       const double split = x[a];
       // The grandchildren on the near side are asked for now, those on the far side when the far
-      // child is kept for later. This stays a branch (the empty asm statements keep the compiler
-      // from merging the arms into selects): while the split's coordinates are on their way, the
-      // processor runs ahead down the predicted side and issues its loads and prefetches early.
+      // child is kept for later. This stays a branch (the two empty asm statements differ, which
+      // keeps the compiler from merging the arms into selects): while the split's coordinates are
+      // on their way, the processor runs ahead down the predicted side and issues its loads early.
       bool right;
       unsigned near, far;
       if (split <= P[a]) {
-        asm volatile("# near side: right");
+        asm volatile("" : : "i"(1));
         right = true;
         near = pn[f_right];
         far = pn[f_left];
         ask_two_grandchildren(rec, pre, cv, pn + 2);
       } else {
-        asm volatile("# near side: left");
+        asm volatile("" : : "i"(0));
         right = false;
         near = pn[f_left];
         far = pn[f_right];
