@@ -42,6 +42,9 @@
 #if defined(__linux__)
 #include <sys/mman.h>
 #endif
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include <kvo/gridkit.hpp>
 
@@ -93,6 +96,12 @@ inline unsigned usable_columns(const dense2D<double>& pos) noexcept {
   if (cap < std::uint64_t(pos.offset) + pos.rows) return 0;
   const std::uint64_t fit = (cap - pos.offset - pos.rows) / pos.ld + 1;
   return fit < pos.cols ? static_cast<unsigned>(fit) : pos.cols;
+}
+
+// The axis after a (0 after the last), without a branch.
+template <unsigned D>
+inline unsigned next_axis(unsigned a) noexcept {
+  return (a + 1) & (0u - unsigned(a + 1 != D));
 }
 
 // Blocks of a few megabytes and more are aligned to 2 MiB and marked for transparent huge pages:
@@ -234,7 +243,7 @@ bool insert_walk(node_array& nodes, const coord_view& cv, unsigned idx) {
     upup = up;
     up = p;
     p = c;
-    a = (a + 1 == D) ? 0 : a + 1;
+    a = next_axis<D>(a);
   }
 }
 
@@ -318,7 +327,7 @@ bool insert_bulk(node_array& nodes, const coord_view& cv, const unsigned* order,
         items[l++] = items[i];
     }
     if (r) std::memcpy(static_cast<void*>(items + l), tmp, sizeof(item) * r);
-    const unsigned next = (a + 1 == D) ? 0 : a + 1;
+    const unsigned next = next_axis<D>(a);
     if (l < w.e) stack.push_back({l, w.e, target, w.parent, f_right, next});
     if (b < l) stack.push_back({b, l, target, w.parent, f_left, next});
   }
@@ -379,6 +388,22 @@ inline void prefetch_grandchildren(const unsigned* rec, const coord_view& cv, co
   }
 }
 
+// Whether lo[k] <= x[k] < hi[k] on every axis (false when a value is NaN).
+template <unsigned D>
+[[gnu::always_inline]] inline bool in_cell(const double* lo, const double* hi, const double* x) noexcept {
+#if defined(__SSE2__)
+  const __m128d x01 = _mm_loadu_pd(x);
+  const int both = _mm_movemask_pd(_mm_and_pd(_mm_cmple_pd(_mm_loadu_pd(lo), x01), _mm_cmplt_pd(x01, _mm_loadu_pd(hi))));
+  if constexpr (D == 2) return both == 3;
+  return (both == 3) & (lo[2] <= x[2]) & (x[2] < hi[2]);
+#else
+  bool in = true;
+  for (unsigned k = 0; k < D; ++k) in &= (lo[k] <= x[k]) & (x[k] < hi[k]);
+  return in;
+#endif
+}
+
+
 template <unsigned D>
 inline double squared_distance(const double* x, const double* P) noexcept {
   double d2 = 0.0;
@@ -418,7 +443,7 @@ unsigned nearest_reference(const node_array& nodes, const coord_view& cv, const 
       const unsigned c = pn[x[a] <= P[a] ? f_right : f_left];
       if (c == none) break;
       p = c;
-      a = (a + 1 == D) ? 0 : a + 1;
+      a = next_axis<D>(a);
     }
   }
   double r = std::sqrt(best_d2);
@@ -452,7 +477,7 @@ unsigned nearest_reference(const node_array& nodes, const coord_view& cv, const 
         }
       }
       const double s = x[a];
-      const unsigned next = (a + 1 == D) ? 0 : a + 1;
+      const unsigned next = next_axis<D>(a);
       if (pn[f_left] != none) stack.push({pn[f_left], a, s});
       p = P[a] + r > s ? pn[f_right] : none;
       a = next;
@@ -563,10 +588,7 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
     run_root = root;
     run_depth = depth;
     tie2 = tie_radius2(d2, m);
-    bool in = true;
-#pragma GCC unroll 3
-    for (unsigned k = 0; k < D; ++k) in &= (lo[k] <= x[k]) & (x[k] < hi[k]);
-    best_in_cell = in;
+    best_in_cell = in_cell<D>(lo, hi, x);
   };
 
   unsigned p = 0, a = 0, depth = 0;
@@ -578,8 +600,7 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
         const unsigned* run = pre + p;
         {
           const double* x = cv.at(run[0]);
-#pragma GCC unroll 3
-          for (unsigned k = 0; k < D; ++k) in_cells &= (lo[k] <= x[k]) & (x[k] < hi[k]);
+          in_cells &= in_cell<D>(lo, hi, x);
         }
         for (unsigned i = 0; i < span; ++i) {
           const double* x = cv.at(run[i]);
@@ -595,8 +616,7 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
       }
       const unsigned idx = pn[f_idx];
       const double* x = cv.at(idx);
-#pragma GCC unroll 3
-      for (unsigned k = 0; k < D; ++k) in_cells &= (lo[k] <= x[k]) & (x[k] < hi[k]);
+      in_cells &= in_cell<D>(lo, hi, x);
       const double d2 = squared_distance<D>(x, P);
       if (d2 < second_d2 && idx != skip) [[unlikely]] {
         if (d2 < best_d2)
@@ -607,13 +627,13 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
       if (depth + 1 >= fast_depth_max) return false;
       const double split = x[a];
       // The grandchildren on the near side are asked for now, those on the far side when the far
-      // child is kept for later. This stays a branch (the two empty asm statements differ, which
-      // keeps the compiler from merging the arms into selects): while the split's coordinates are
-      // on their way, the processor runs ahead down the predicted side and issues its loads early.
+      // child is kept for later. This stays a branch (the empty asm statements keep the compiler
+      // from merging the arms into selects): while the split's coordinates are on their way, the
+      // processor runs ahead down the predicted side and issues its loads and prefetches early.
       bool right;
       unsigned near, far;
       if (split <= P[a]) {
-        asm volatile("" : : "i"(1));
+        asm volatile("" : : "i"(1));  // (empty; tells the arms apart)
         right = true;
         near = pn[f_right];
         far = pn[f_left];
@@ -655,7 +675,7 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
       replaced[depth] = bounds[slot];
       bounds[slot] = split;
       p = near;
-      a = (a + 1 == D) ? 0 : a + 1;
+      a = next_axis<D>(a);
       ++depth;
     }
     // Resume with the deepest pending far child still within reach.
@@ -674,7 +694,7 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
             if (s != s) return false;
             q = qn[f_left + (s <= w[qa])];
             if (q == none) return false;
-            qa = (qa + 1 == D) ? 0 : qa + 1;
+            qa = next_axis<D>(qa);
           }
         }
         out = best;
@@ -691,7 +711,7 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
         bounds[slot] = q.split;
         p = q.node;
         depth = q.depth;
-        a = (pa + 1 == D) ? 0 : pa + 1;
+        a = next_axis<D>(pa);
 #pragma GCC unroll 3
         for (unsigned k = 0; k < D; ++k) sq[k] = q.sq[k];
         break;
@@ -735,7 +755,7 @@ void in_box(const node_array& nodes, const coord_view& cv, const double* lo, con
       for (unsigned k = 0; k < D; ++k) inside = inside && lo[k] <= x[k] && x[k] <= hi[k];
       if (inside && !found.push_back(pn[f_idx])) return;
     }
-    const unsigned next = (a + 1 == D) ? 0 : a + 1;
+    const unsigned next = next_axis<D>(a);
     if (go_right && pn[f_right] != none) stack.push({pn[f_right], next});
     if (go_left && pn[f_left] != none) stack.push({pn[f_left], next});
   }
