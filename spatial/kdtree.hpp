@@ -25,8 +25,8 @@
 // first, subtrees pruned by the distance to their cell, small contiguous subtrees scanned as one
 // run) answers instead when nothing can make the two differ: no other node within a few rounding
 // errors of the winner's distance, no node outside the cell its ancestors give it (coordinates
-// changed after insertion, NaN), a winner at a normal non-zero distance. Otherwise the reference
-// search runs.
+// changed after insertion, NaN) among those it meets, a winner at a normal non-zero distance.
+// Otherwise the reference search runs.
 #ifndef GRIDKIT_SPATIAL_KDTREE_HPP
 #define GRIDKIT_SPATIAL_KDTREE_HPP
 
@@ -419,8 +419,11 @@ inline double squared_distance(const double* x, const double* P) noexcept {
 // the tree order keeping the first strictly closest node (squared distances), then a depth-first
 // search from the root with the Euclidean radius of that node, right subtree before left. A NaN
 // distance counts as infinite. Returns none for an empty tree or when every node is skipped.
+// `least`, when not negative, is the smallest squared distance of any node: once the radius is
+// its square root nothing can replace the best node, and the search stops there.
 template <unsigned D>
-unsigned nearest_reference(const node_array& nodes, const coord_view& cv, const double* P, unsigned skip) {
+unsigned nearest_reference(const node_array& nodes, const coord_view& cv, const double* P, unsigned skip,
+                           double least = -1.0) {
   if (nodes.count == 0) return none;
   const unsigned* rec = nodes.rec();
   constexpr double inf = std::numeric_limits<double>::infinity();
@@ -447,7 +450,8 @@ unsigned nearest_reference(const node_array& nodes, const coord_view& cv, const 
     }
   }
   double r = std::sqrt(best_d2);
-  if (r == 0.0) return best;
+  const double floor = least < 0.0 ? -1.0 : std::sqrt(least);
+  if (r == 0.0 || r == floor) return best;
   double r_d2 = best_d2;  // the squared distance r was taken from (a cheap pre-filter)
 
   // Pending left subtrees: the child, the parent's split value and axis.
@@ -473,6 +477,7 @@ unsigned nearest_reference(const node_array& nodes, const coord_view& cv, const 
             r = d;
             r_d2 = d2;
             best = idx;
+            if (r == floor) return best;
           }
         }
       }
@@ -535,8 +540,10 @@ inline double tie_radius2(double d2, double m) noexcept {
 // passes, rounding included. A coordinate change that breaks the tree order only in subtrees this
 // search skips goes unseen, and the two answers may then differ.
 template <unsigned D>
-bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* query, unsigned skip, unsigned& out) {
+bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* query, unsigned skip, unsigned& out,
+                  double& least) {
   constexpr double inf = std::numeric_limits<double>::infinity();
+  least = -1.0;
   double P[D];  // a local copy: stores below cannot alias it
   double m = 0.0;
 #pragma GCC unroll 3
@@ -575,6 +582,11 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
 
   unsigned best = none, best_pos = none, run_root = none, run_depth = 0;
   double best_d2 = inf, second_d2 = inf, tie2 = inf;
+  // Subtrees whose cells lie farther than this are skipped: the tie radius while the best node
+  // may still be proven; once a tie is certain, only a strictly closer node matters (the answer
+  // will come from the reference search, which then only needs the smallest distance).
+  double limit = inf;
+  auto settle = [&] { limit = second_d2 <= tie2 ? (best_d2 > 0.0 ? std::nextafter(best_d2, 0.0) : -1.0) : tie2; };
   // Whether the nodes met (internal nodes and the roots of scanned runs) and the best node lie
   // in their cells: a node outside shows coordinates changed since insertion (or a NaN).
   bool in_cells = true, best_in_cell = false;
@@ -589,6 +601,7 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
     run_depth = depth;
     tie2 = tie_radius2(d2, m);
     best_in_cell = in_cell<D>(lo, hi, x);
+    settle();
   };
 
   unsigned p = 0, a = 0, depth = 0;
@@ -606,10 +619,12 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
           const double* x = cv.at(run[i]);
           const double d2 = squared_distance<D>(x, P);
           if (d2 < second_d2 && run[i] != skip) [[unlikely]] {
-            if (d2 < best_d2)
+            if (d2 < best_d2) {
               improve(run[i], p + i, x, d2, p, depth);
-            else
+            } else {
               second_d2 = d2;
+              settle();
+            }
           }
         }
         break;
@@ -619,10 +634,12 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
       in_cells &= in_cell<D>(lo, hi, x);
       const double d2 = squared_distance<D>(x, P);
       if (d2 < second_d2 && idx != skip) [[unlikely]] {
-        if (d2 < best_d2)
+        if (d2 < best_d2) {
           improve(idx, p, x, d2, none, depth);
-        else
+        } else {
           second_d2 = d2;
+          settle();
+        }
       }
       if (depth + 1 >= fast_depth_max) return false;
       const double split = x[a];
@@ -654,7 +671,7 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
         double rd = 0.0;
 #pragma GCC unroll 3
         for (unsigned k = 0; k < D; ++k) rd += t[k];
-        if (rd <= tie2) {
+        if (rd <= limit) {
           pending& q = stack[sp++];
           q.node = far;
           q.depth = depth + 1;
@@ -681,8 +698,11 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
     // Resume with the deepest pending far child still within reach.
     for (;;) {
       if (sp == 0) {
-        if (best == none || !in_cells || !best_in_cell || !(best_d2 >= 0x1p-960 && best_d2 <= 0x1p960) || second_d2 <= tie2)
-          return false;
+        if (best == none || !in_cells || !best_in_cell) return false;
+        // The tree order held wherever the search went: best_d2 is the smallest distance, which
+        // lets the reference search stop as soon as it reaches it (ties, zero distance).
+        least = best_d2;
+        if (!(best_d2 >= 0x1p-960 && best_d2 <= 0x1p960) || second_d2 <= tie2) return false;
         if (run_root != none && run_root != best_pos) {
           // Found in a scanned run: a walk inside the run by the winner's coordinates must
           // reach it, through no NaN split.
@@ -701,7 +721,7 @@ bool nearest_fast(const node_array& nodes, const coord_view& cv, const double* q
         return true;
       }
       const pending& q = stack[--sp];
-      if (q.rd <= tie2) {
+      if (q.rd <= limit) {
         // Undo the narrowing down to the far child's parent, then narrow to the far side.
         const unsigned parent = q.depth - 1, pa = parent % D;
         for (unsigned j = depth; j-- > parent;) bounds[replaced_slot[j]] = replaced[j];
@@ -726,8 +746,9 @@ template <unsigned D>
 unsigned nearest(const node_array& nodes, const coord_view& cv, const double* P, unsigned skip) {
   if (nodes.count == 0) return none;
   unsigned found;
-  if (nearest_fast<D>(nodes, cv, P, skip, found)) return found;
-  return nearest_reference<D>(nodes, cv, P, skip);
+  double least;
+  if (nearest_fast<D>(nodes, cv, P, skip, found, least)) return found;
+  return nearest_reference<D>(nodes, cv, P, skip, least);
 }
 
 // Appends to `found` the index of every tree node inside the closed box, in preorder (node, left
