@@ -10,6 +10,8 @@
 
 #include <kvo/gridkit.hpp>
 
+#include "common/builders.hpp"
+
 using namespace kvo::gridkit;
 using U1 = kvo::dense1D<unsigned, 16>;
 using U2 = kvo::dense2D<unsigned>;
@@ -17,23 +19,8 @@ constexpr unsigned N = NULL_INDEX;
 
 namespace {
 
-U1 vec(std::initializer_list<unsigned> v) {
-  U1 r(static_cast<unsigned>(v.size()));
-  unsigned i = 0;
-  for (unsigned x : v) r[i++] = x;
-  return r;
-}
-
-U2 cols(unsigned rows, std::initializer_list<std::initializer_list<unsigned>> c) {
-  U2 m(rows, static_cast<unsigned>(c.size()));
-  unsigned j = 0;
-  for (auto& col : c) {
-    unsigned i = 0;
-    for (unsigned x : col) m(i++, j) = x;
-    ++j;
-  }
-  return m;
-}
+using testbuild::cols;
+using testbuild::vec;
 
 // The definition: last position of each ID in IDs1; each j of IDs2 looks it up in turn.
 void model_ids(const U1& x, const U1& y, std::vector<unsigned>& m21, std::vector<unsigned>& m12) {

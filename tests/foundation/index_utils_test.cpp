@@ -6,6 +6,8 @@
 
 #include <kvo/gridkit.hpp>
 
+#include "common/builders.hpp"
+
 using namespace kvo::gridkit;
 using kvo::dense1D;
 using kvo::dense2D;
@@ -13,23 +15,8 @@ using U1 = dense1D<unsigned, 16>;
 using U2 = dense2D<unsigned>;
 constexpr unsigned N = NULL_INDEX;
 
-static U1 vec(std::initializer_list<unsigned> v) {
-  U1 r(static_cast<unsigned>(v.size()));
-  unsigned i = 0;
-  for (unsigned x : v) r[i++] = x;
-  return r;
-}
-// Matrix from columns.
-static U2 cols(unsigned rows, std::initializer_list<std::initializer_list<unsigned>> c) {
-  U2 m(rows, static_cast<unsigned>(c.size()));
-  unsigned j = 0;
-  for (auto& col : c) {
-    unsigned i = 0;
-    for (unsigned x : col) m(i++, j) = x;
-    ++j;
-  }
-  return m;
-}
+using testbuild::cols;
+using testbuild::vec;
 
 TEST(Foundation, VersionAndTables) {
   EXPECT_STREQ(version(), "4.4.1");

@@ -6,17 +6,14 @@
 
 #include <kvo/gridkit.hpp>
 
+#include "common/builders.hpp"
+
 using namespace kvo::gridkit;
 using kvo::dense1D;
 using kvo::dense2D;
 
 namespace {
-template <class T>
-dense2D<T> mat(unsigned rows, const std::vector<T>& v) {
-  dense2D<T> m(rows, unsigned(v.size() / rows));
-  for (unsigned k = 0; k < v.size(); ++k) m(k % rows, k / rows) = v[k];
-  return m;
-}
+using testbuild::mat;
 dense1D<double> vec(const std::vector<double>& v) { return mat(1, v).as_vector(); }
 // Nodes on the x axis at the given abscissae.
 dense2D<double> line(const std::vector<double>& x) {

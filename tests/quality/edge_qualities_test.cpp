@@ -6,6 +6,7 @@
 
 #include <kvo/gridkit.hpp>
 
+#include "common/builders.hpp"
 #include "common/meshgen.hpp"
 
 using namespace kvo::gridkit;
@@ -13,14 +14,7 @@ using kvo::dense1D;
 using kvo::dense2D;
 using kvo::misc::histogram;
 
-namespace {
-template <class T>
-dense2D<T> mat(unsigned rows, const std::vector<T>& v) {
-  dense2D<T> m(rows, unsigned(v.size() / rows));
-  for (unsigned k = 0; k < v.size(); ++k) m(k % rows, k / rows) = v[k];
-  return m;
-}
-}  // namespace
+using testbuild::mat;
 
 TEST(EdgeQuality, LengthFactorBranchesAndCodes) {
   const struct {
