@@ -111,7 +111,11 @@ GRIDKIT_API int get_IDs(const dense2D<unsigned>& connect1, const dense2D<unsigne
 
 // A k-d tree over columns of a coordinate matrix (2 or 3 rows), which it refers to and does not
 // copy: it keeps a view sharing the matrix's storage and reads the values at every query, so
-// values changed in place are seen (through a tree shaped by the old ones). Nodes are inserted
+// values changed in place are seen (through a tree shaped by the old ones). Nearest searches go
+// nearer side first and settle ties, NaN values and nodes met outside the region their place
+// in the tree stands for with the right-before-left reference order; a node moved out of its
+// region inside a part of the tree the search never reaches stays unseen, where the reference
+// order might have reached it. Nodes are inserted
 // in a fixed pseudo-random order (MT19937 seeded with 1), so equal inputs give equal trees.
 // Splitting axis = depth mod dimension, ties go right. Queries are const and may run
 // concurrently; insert/reinit need exclusive use. Queries whose dimension differs from the
