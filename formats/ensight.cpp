@@ -156,15 +156,12 @@ int ensight_output(const char* filename, const dense2D<double>& pos, const dense
 
 int ensight_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM,
                    element_type FE_type) {
-  const int type = FE_type;
-  return ensight_range(filename, pos, &connectM, &connectM + 1, &type, 1);
+  return writing::write_one(ensight_range, filename, pos, connectM, FE_type);
 }
 
 int ensight_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM1,
                    const dense2D<unsigned>& connectM2, element_type FE_type1, element_type FE_type2) {
-  const dense2D<unsigned> pair[2] = {connectM1, connectM2};
-  const int types[2] = {FE_type1, FE_type2};
-  return ensight_range(filename, pos, pair, pair + 2, types, 2);
+  return writing::write_two(ensight_range, filename, pos, connectM1, connectM2, FE_type1, FE_type2);
 }
 
 }  // namespace kvo::gridkit

@@ -39,6 +39,24 @@ inline std::FILE* open_output(const char* filename) noexcept {
   return filename ? std::fopen(filename, "w") : nullptr;
 }
 
+// A writer of a range of matrices with one type (a plain int) each.
+using range_writer = int (*)(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>* first,
+                             const dense2D<unsigned>* last, const int* types, std::size_t ntypes);
+
+// The one-matrix and two-matrix forms of a range writer.
+inline int write_one(range_writer w, const char* filename, const dense2D<double>& pos,
+                     const dense2D<unsigned>& connectM, element_type t) {
+  const int type = t;
+  return w(filename, pos, &connectM, &connectM + 1, &type, 1);
+}
+inline int write_two(range_writer w, const char* filename, const dense2D<double>& pos,
+                     const dense2D<unsigned>& connectM1, const dense2D<unsigned>& connectM2, element_type t1,
+                     element_type t2) {
+  const dense2D<unsigned> pair[2] = {connectM1, connectM2};
+  const int types[2] = {t1, t2};
+  return w(filename, pos, pair, pair + 2, types, 2);
+}
+
 }  // namespace kvo::gridkit::writing
 
 #endif  // GRIDKIT_FORMATS_MESH_WRITING_HPP

@@ -70,6 +70,24 @@ inline long long saturated_exponent(const char* p, const char* e, bool negative)
   return negative ? -v : v;
 }
 
+// An optional exponent at q: `letter` (either case), an optional sign, digits. When digits
+// follow, sets conv_end past them and exp to their saturated value. Returns the position after
+// what was read (after a lone letter and sign, which the number does not include).
+inline const char* read_exponent(const char* q, const char* end, char letter, const char*& conv_end,
+                                 long long& exp) noexcept {
+  if (q == end || lower(static_cast<unsigned char>(*q)) != static_cast<unsigned char>(letter)) return q;
+  const char* r = q + 1;
+  bool eneg = false;
+  if (r != end && (*r == '+' || *r == '-')) eneg = *r++ == '-';
+  const char* ed = r;
+  while (r != end && is_digit(static_cast<unsigned char>(*r))) ++r;
+  if (r != ed) {
+    conv_end = r;
+    exp = saturated_exponent(ed, r, eneg);
+  }
+  return r;
+}
+
 // Value of a number whose conversion is out of the double range: +inf when its magnitude is
 // above 1, +0 when below (the caller applies the sign).
 inline double out_of_range_value(long long magnitude_exponent) noexcept {
@@ -134,18 +152,7 @@ inline const char* scan_double(const char* p, const char* end, double& value) no
     }
     const char* conv_end = q;
     long long bexp = 0;
-    if (q != end && lower(static_cast<unsigned char>(*q)) == 'p') {
-      const char* r = q + 1;
-      bool eneg = false;
-      if (r != end && (*r == '+' || *r == '-')) eneg = *r++ == '-';
-      const char* ed = r;
-      while (r != end && is_digit(static_cast<unsigned char>(*r))) ++r;
-      if (r != ed) {
-        conv_end = r;
-        bexp = detail::saturated_exponent(ed, r, eneg);
-      }
-      q = r;
-    }
+    q = detail::read_exponent(q, end, 'p', conv_end, bexp);
     double v = 0.0;
     const auto res = std::from_chars(m, conv_end, v, std::chars_format::hex);
     if (res.ec == std::errc::result_out_of_range) {
@@ -182,18 +189,7 @@ inline const char* scan_double(const char* p, const char* end, double& value) no
   if (int_digits + frac_digits == 0) return nullptr;
   const char* conv_end = q;
   long long e10 = 0;
-  if (q != end && lower(static_cast<unsigned char>(*q)) == 'e') {
-    const char* r = q + 1;
-    bool eneg = false;
-    if (r != end && (*r == '+' || *r == '-')) eneg = *r++ == '-';
-    const char* ed = r;
-    while (r != end && is_digit(static_cast<unsigned char>(*r))) ++r;
-    if (r != ed) {
-      conv_end = r;
-      e10 = detail::saturated_exponent(ed, r, eneg);
-    }
-    q = r;
-  }
+  q = detail::read_exponent(q, end, 'e', conv_end, e10);
   double v;
   const long long scale = e10 - frac_digits;  // value = w * 10^scale
   if (int_digits + frac_digits <= 19 && w <= (std::uint64_t(1) << 53) && scale >= -22 && scale <= 22) {

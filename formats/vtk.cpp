@@ -212,15 +212,12 @@ int vtk_output(const char* filename, const dense2D<double>& pos, const dense2D<u
 
 int vtk_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM,
                element_type FE_type) {
-  const int type = FE_type;
-  return vtk_range(filename, pos, &connectM, &connectM + 1, &type, 1);
+  return writing::write_one(vtk_range, filename, pos, connectM, FE_type);
 }
 
 int vtk_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM1,
                const dense2D<unsigned>& connectM2, element_type FE_type1, element_type FE_type2) {
-  const dense2D<unsigned> pair[2] = {connectM1, connectM2};
-  const int types[2] = {FE_type1, FE_type2};
-  return vtk_range(filename, pos, pair, pair + 2, types, 2);
+  return writing::write_two(vtk_range, filename, pos, connectM1, connectM2, FE_type1, FE_type2);
 }
 
 }  // namespace kvo::gridkit

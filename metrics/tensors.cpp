@@ -286,6 +286,23 @@ bool is_valid_3d(const double* m) {
   return eigen_3d(m, w, z) && w[0] > 0.0;
 }
 
+// Clamps n eigenvalues into [lo, hi] (the upper bound first, then the lower one); true when one
+// changed.
+static bool clamp_values(double* l, int n, double lo, double hi) {
+  bool changed = false;
+  for (int k = 0; k < n; ++k) {
+    if (l[k] > hi) {
+      l[k] = hi;
+      changed = true;
+    }
+    if (l[k] < lo) {
+      l[k] = lo;
+      changed = true;
+    }
+  }
+  return changed;
+}
+
 bool bound_tensor_2d(double* m, double lo, double hi) {
   const double a = m[0], b = m[1], c = m[2];
   double l[2];
@@ -296,18 +313,7 @@ bool bound_tensor_2d(double* m, double lo, double hi) {
     return true;
   }
   const double l1 = l[0];
-  bool changed = false;
-  for (int k = 0; k < 2; ++k) {
-    if (l[k] > hi) {
-      l[k] = hi;
-      changed = true;
-    }
-    if (l[k] < lo) {
-      l[k] = lo;
-      changed = true;
-    }
-  }
-  if (!changed) return false;
+  if (!clamp_values(l, 2, lo, hi)) return false;
   double v[4];
   eigen_vectors_2d(a, b, c, l1, true, v);
   rebuild_2d(v, l, m);
@@ -327,18 +333,7 @@ bool bound_tensor_3d(double* m, double lo, double hi) {
     m[5] = hi;
     return true;
   }
-  bool changed = false;
-  for (int k = 0; k < 3; ++k) {
-    if (l[k] > hi) {
-      l[k] = hi;
-      changed = true;
-    }
-    if (l[k] < lo) {
-      l[k] = lo;
-      changed = true;
-    }
-  }
-  if (!changed) return false;
+  if (!clamp_values(l, 3, lo, hi)) return false;
   rebuild_3d(v, l, m);
   return true;
 }
