@@ -4,6 +4,7 @@
 
 #include <sys/wait.h>
 
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -54,9 +55,9 @@ inline unsigned count_lines(const std::string& s) {
   return n;
 }
 
-// A parsed JSON value. Missing keys and out-of-range items read as a null value.
+// A parsed JSON value (null, number, string, array or object). Missing keys and out-of-range
+// items read as null.
 struct value {
-  enum kind_t { null, boolean, number, string, array, object } kind = null;
   double num = 0.0;
   std::string str;
   std::vector<value> items;
@@ -68,116 +69,57 @@ struct value {
     return none();
   }
   const value& operator[](std::size_t i) const { return i < items.size() ? items[i] : none(); }
-  bool has(const std::string& key) const {
-    for (const auto& m : members)
-      if (m.first == key) return true;
-    return false;
-  }
   static const value& none() {
     static const value v;
     return v;
   }
 };
 
-// Strict recursive-descent parser; false on any syntax error or trailing text.
+// Strict recursive-descent parser of what the program prints; false on a syntax error.
 class parser {
  public:
   explicit parser(const std::string& s) : s_(s) {}
-  bool parse(value& v) {
-    if (!parse_value(v)) return false;
-    skip();
-    return i_ == s_.size();
-  }
+  bool parse(value& v) { return parse_value(v) && (skip(), i_ == s_.size()); }
 
  private:
   void skip() {
-    while (i_ < s_.size() && (s_[i_] == ' ' || s_[i_] == '\n' || s_[i_] == '\t' || s_[i_] == '\r')) ++i_;
+    while (i_ < s_.size() && std::isspace(static_cast<unsigned char>(s_[i_]))) ++i_;
   }
-  bool literal(const char* w) {
-    const std::string t(w);
-    if (s_.compare(i_, t.size(), t) != 0) return false;
-    i_ += t.size();
-    return true;
-  }
+  bool eat(char c) { return skip(), i_ < s_.size() && s_[i_] == c ? (++i_, true) : false; }
   bool parse_string(std::string& out) {
-    if (i_ >= s_.size() || s_[i_] != '"') return false;
-    for (++i_; i_ < s_.size(); ++i_) {
-      const char c = s_[i_];
-      if (c == '"') {
-        ++i_;
-        return true;
-      }
-      if (static_cast<unsigned char>(c) < 0x20) return false;
-      if (c == '\\') {
-        if (++i_ >= s_.size()) return false;
-        const char e = s_[i_];
-        if (e == 'u') {
-          if (i_ + 4 >= s_.size()) return false;
-          out += char(std::strtol(s_.substr(i_ + 1, 4).c_str(), nullptr, 16));
-          i_ += 4;
-        } else {
-          out += e == 'n' ? '\n' : e == 't' ? '\t' : e;
-        }
-      } else {
-        out += c;
-      }
+    if (!eat('"')) return false;
+    for (; i_ < s_.size(); ++i_) {
+      if (s_[i_] == '"') return ++i_, true;
+      if (static_cast<unsigned char>(s_[i_]) < 0x20) return false;
+      if (s_[i_] == '\\' && ++i_ == s_.size()) return false;
+      out += s_[i_];
     }
     return false;
   }
-  bool parse_value(value& v) {
-    skip();
-    if (i_ >= s_.size()) return false;
-    const char c = s_[i_];
-    if (c == '{') {
-      v.kind = value::object;
-      ++i_;
-      skip();
-      if (i_ < s_.size() && s_[i_] == '}') return ++i_, true;
-      for (;;) {
-        skip();
-        std::pair<std::string, value> m;
-        if (!parse_string(m.first)) return false;
-        skip();
-        if (i_ >= s_.size() || s_[i_++] != ':') return false;
-        if (!parse_value(m.second)) return false;
+  // The items of an array or the members of an object, up to the closing bracket.
+  bool parse_list(value& v, bool object, char close) {
+    if (eat(close)) return true;
+    do {
+      std::pair<std::string, value> m;
+      if (object && !(parse_string(m.first) && eat(':'))) return false;
+      if (!parse_value(m.second)) return false;
+      if (object)
         v.members.push_back(std::move(m));
-        skip();
-        if (i_ >= s_.size()) return false;
-        if (s_[i_] == '}') return ++i_, true;
-        if (s_[i_++] != ',') return false;
-      }
-    }
-    if (c == '[') {
-      v.kind = value::array;
-      ++i_;
-      skip();
-      if (i_ < s_.size() && s_[i_] == ']') return ++i_, true;
-      for (;;) {
-        v.items.emplace_back();
-        if (!parse_value(v.items.back())) return false;
-        skip();
-        if (i_ >= s_.size()) return false;
-        if (s_[i_] == ']') return ++i_, true;
-        if (s_[i_++] != ',') return false;
-      }
-    }
-    if (c == '"') {
-      v.kind = value::string;
-      return parse_string(v.str);
-    }
-    if (literal("null")) return true;
-    if (literal("true") || literal("false")) {
-      v.kind = value::boolean;
-      v.num = s_[i_ - 1] == 'e' && s_[i_ - 2] == 'u';
-      return true;
-    }
+      else
+        v.items.push_back(std::move(m.second));
+    } while (eat(','));
+    return eat(close);
+  }
+  bool parse_value(value& v) {
+    if (eat('{')) return parse_list(v, true, '}');
+    if (eat('[')) return parse_list(v, false, ']');
+    if (i_ < s_.size() && s_[i_] == '"') return parse_string(v.str);
+    if (s_.compare(i_, 4, "null") == 0) return i_ += 4, true;
     const char* b = s_.c_str() + i_;
     char* e = nullptr;
     v.num = std::strtod(b, &e);
-    if (e == b) return false;
-    v.kind = value::number;
     i_ += std::size_t(e - b);
-    return true;
+    return e != b;
   }
 
   const std::string& s_;
