@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <random>
-
-#include "common/meshgen.hpp"
 #include "formats/file_util.hpp"
 
 using namespace kvo::gridkit;
@@ -70,8 +67,7 @@ TEST(VtkConvert, AppendsLinearCellsThenPolyVertexCells) {
   EXPECT_EQ(vtk_convert(mat<unsigned>(4, {0, N, 2, 3}), ET_FACE_MIXED, nbr, cells, cell_types), -1);
   EXPECT_EQ(vtk_convert(mat<unsigned>(8, {0, 1, 2, 3, N, 5, N, N}), ET_SOLID_MIXED, nbr, cells, cell_types), -1);
   EXPECT_EQ(nbr, 15u);
-  EXPECT_EQ(values(cells), kept_cells);
-  EXPECT_EQ(values(cell_types), kept_types);
+  EXPECT_TRUE(values(cells) == kept_cells && values(cell_types) == kept_types);
 }
 
 TEST(VtkOutput, StreamFormChecksItsCellListAndKeepsTheStreamOpen) {
@@ -131,23 +127,4 @@ TEST(VtkOutput, FailedChecksLeaveAnEmptyFile) {
   EXPECT_EQ(vtk_output(testfiles::directory().c_str(), mat<double>(1, {0}), m[0], ET_TRIA3), -1);  // opened first
   EXPECT_EQ(vtk_output(testfiles::in_missing_folder().c_str(), pos, m[0], ET_TRIA3), -1);
   EXPECT_EQ(vtk_output(nullptr, pos, m, m + 1, types({ET_TRIA3})), -1);
-}
-
-// Large enough to cross the writer's buffer several times.
-TEST(VtkOutput, MatchesAPlainPrintfWriterOnARandomMesh) {
-  dense2D<double> pos;
-  dense2D<unsigned> tets;
-  meshgen::tet_cube(14, pos, tets, 0.37);
-  std::mt19937 rng(9);
-  std::uniform_real_distribution<double> jitter(-1e-3, 1e-3);
-  for (unsigned j = 0; j < pos.cols; ++j)
-    for (unsigned i = 0; i < 3; ++i) pos(i, j) = (pos(i, j) - 0.5) * (1 + jitter(rng)) * (j % 5 ? 1.0 : 1e6);
-  const std::string p = testfiles::path("cube.vtk");
-  ASSERT_EQ(vtk_output(p.c_str(), pos, tets, ET_TETRA4), 0);
-  std::string expected = points(pos) + testfiles::fmt("\nCELLS %d %d\n", int(tets.cols), int(5 * tets.cols));
-  for (unsigned j = 0; j < tets.cols; ++j)
-    expected += testfiles::fmt("%d %d %d %d %d \n", 4, tets(0, j), tets(1, j), tets(3, j), tets(2, j));
-  expected += "\nCELL_TYPES " + std::to_string(tets.cols) + "\n";
-  for (unsigned j = 0; j < tets.cols; ++j) expected += "10\n";
-  EXPECT_TRUE(testfiles::read(p) == expected);
 }
