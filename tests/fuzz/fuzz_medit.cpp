@@ -1,12 +1,6 @@
 // libFuzzer target: medit_input on arbitrary bytes, then medit_output of whatever was read.
 #include <unistd.h>
 
-#include <cstdint>
-#include <cstdio>
-#include <string>
-
-#include <kvo/gridkit.hpp>
-
 #include "fuzz_mesh_check.hpp"
 
 using namespace kvo;

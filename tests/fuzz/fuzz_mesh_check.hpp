@@ -1,5 +1,6 @@
-// Shared by the fuzz targets of the mesh readers: the outputs of one read and the checks that
-// every status must pass (a failed check traps, which the fuzzer reports as a crash).
+// Shared by the fuzz targets: the input written to a scratch file and, for the mesh readers, the
+// outputs of one read and the checks every status must pass (a failed check traps, which the
+// fuzzer reports as a crash).
 #ifndef GRIDKIT_FUZZ_MESH_CHECK_HPP
 #define GRIDKIT_FUZZ_MESH_CHECK_HPP
 

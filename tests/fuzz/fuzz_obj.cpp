@@ -1,21 +1,14 @@
 // libFuzzer target: WavefrontOBJ_input on arbitrary bytes, then the writer on what was read.
 #include <unistd.h>
 
-#include <cstdint>
-#include <cstdio>
-#include <string>
-
-#include <kvo/gridkit.hpp>
+#include "fuzz_mesh_check.hpp"
 
 using namespace kvo;
 using namespace kvo::gridkit;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const std::string path = "/tmp/gridkit_fuzz_obj_" + std::to_string(getpid()) + ".obj";
-  std::FILE* f = std::fopen(path.c_str(), "wb");
-  if (!f) return 0;
-  std::fwrite(data, 1, size, f);
-  std::fclose(f);
+  if (!fuzz::write_file(path, data, size)) return 0;
   dense2D<double> pos, normals, tex;
   dense2D<unsigned> trias, quads;
   const int status = WavefrontOBJ_input(path.c_str(), pos, normals, tex, trias, quads);

@@ -1,21 +1,14 @@
 // libFuzzer target: STL_input on arbitrary bytes, then STL_output of whatever was read.
 #include <unistd.h>
 
-#include <cstdint>
-#include <cstdio>
-#include <string>
-
-#include <kvo/gridkit.hpp>
+#include "fuzz_mesh_check.hpp"
 
 using namespace kvo;
 using namespace kvo::gridkit;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const std::string path = "/tmp/gridkit_fuzz_stl_" + std::to_string(getpid()) + ".stl";
-  std::FILE* f = std::fopen(path.c_str(), "wb");
-  if (!f) return 0;
-  std::fwrite(data, 1, size, f);
-  std::fclose(f);
+  if (!fuzz::write_file(path, data, size)) return 0;
   dense2D<double> pos;
   dense2D<unsigned> tri;
   const int status = STL_input(path.c_str(), pos, tri);
