@@ -5,10 +5,8 @@
 
 using namespace edit_test;
 
-namespace {
-
 // The columns of c whose nodes up to the first null all have a positive signed distance.
-U2 brute(const D2& p, const U2& c, const V3& o, const V3& n) {
+static U2 brute(const D2& p, const U2& c, const V3& o, const V3& n) {
   U2 kept(c.rows, 0);
   for (unsigned j = 0; j < c.cols; ++j) {
     bool keep = true;
@@ -21,8 +19,6 @@ U2 brute(const D2& p, const U2& c, const V3& o, const V3& n) {
   }
   return kept;
 }
-
-}  // namespace
 
 TEST(Clip, OrderOfChecks) {
   const D2 p = pts(3, {0, 0, 1, 1, 0, 1, 0, 1, 1, 0, 0, 2});
@@ -48,28 +44,14 @@ TEST(Clip, NullEntriesEndTheWalkAndOutputIsAppended) {
   EXPECT_EQ(tall, con(5, {0, N, 1, N, N, N, 1, 1, N, N}));
 }
 
-TEST(Clip, TwoDimensionalMeshes) {
-  const D2 p = pts(2, {1, 0, 2, 1, 1, 2, -1, 0});
-  const U2 tris = con(3, {0, 1, 2, 0, 2, 3});
-  U2 out, o2;
-  EXPECT_EQ(clip(p, tris, V3{{5, 5, 5}}, V3{{0, 0, 1}}, out), 0);  // every s is 0
-  EXPECT_EQ(out.cols, 0u);
-  EXPECT_EQ(clip(p, tris, V3{{0, 0, 7}}, V3{{1, 0, 9}}, out), 0);
-  EXPECT_EQ(out, con(3, {0, 1, 2}));
-  // No coordinate row: every node is on the plane.
-  EXPECT_EQ(clip(D2(0, 4), con(2, {0, 1, N, 3}), V3{{0, 0, 0}}, V3{{1, 1, 1}}, o2), 0);
-  EXPECT_EQ(o2, con(2, {N, 3}));
-}
-
-TEST(Clip, CubeAgainstBruteForce) {
+TEST(Clip, AgainstBruteForceIn3DAnd2D) {
   D2 pos;
   U2 tets, a, b;
   meshgen::tet_cube(4, pos, tets);
   const V3 o{{2.0, 0.0, 0.0}}, n{{1.0, 0.0, 0.0}}, m{{-1.0, 0.0, 0.0}};
   ASSERT_EQ(clip(pos, tets, o, n, a), 0);
   ASSERT_EQ(clip(pos, tets, o, m, b), 0);
-  // x = 2 is a lattice plane: cells touching it are in neither half, one layer of 16 cells of 6
-  // tetrahedra is on each side.
+  // x = 2 is a lattice plane: cells touching it are in neither half; 16 cells of 6 tets on each side.
   EXPECT_EQ(a, brute(pos, tets, o, n));
   EXPECT_EQ(b, brute(pos, tets, o, m));
   EXPECT_TRUE(a.cols == 96 && b.cols == 96);
@@ -79,4 +61,10 @@ TEST(Clip, CubeAgainstBruteForce) {
   self.copy(tets);
   ASSERT_EQ(clip(pos, self, o2, n2, self), 0);
   EXPECT_EQ(self.sub_matrix(0, tets.cols, 4, self.cols - tets.cols), brute(pos, tets, o2, n2));
+  // 2-D coordinates, and no coordinate row at all (every node on the plane).
+  U2 out, o3;
+  EXPECT_EQ(clip(pts(2, {1, 0, 2, 1, 1, 2, -1, 0}), con(3, {0, 1, 2, 0, 2, 3}), V3{{0, 0, 7}}, V3{{1, 0, 9}}, out), 0);
+  EXPECT_EQ(out, con(3, {0, 1, 2}));
+  EXPECT_EQ(clip(D2(0, 4), con(2, {0, 1, N, 3}), V3{{0, 0, 0}}, V3{{1, 1, 1}}, o3), 0);
+  EXPECT_EQ(o3, con(2, {N, 3}));
 }

@@ -1,5 +1,3 @@
-// remove_degenerated: which columns repeat a node, the strict treatment of nulls, compaction
-// and the old-to-new element table, against a sort-based reference.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,16 +7,12 @@
 
 using namespace edit_test;
 
-namespace {
-
 // The rule written out: sort a copy, the first equal adjacent pair decides.
-bool degenerate(vu c, bool strict) {
+static bool degenerate(vu c, bool strict) {
   std::sort(c.begin(), c.end());
   auto it = std::adjacent_find(c.begin(), c.end());
   return it != c.end() && (*it != N || strict);
 }
-
-}  // namespace
 
 TEST(RemoveDegenerated, EmptyShapesAndViews) {
   U2 no_rows(0, 3), none;

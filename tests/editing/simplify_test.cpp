@@ -1,5 +1,3 @@
-// simplify: removal of unused nodes at or above N0, renumbering of one or several
-// connectivities, status codes and their order, against a direct reference.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -8,17 +6,15 @@
 
 using namespace edit_test;
 
-namespace {
-
 // Node i at (i, 10 i), as rows 0..1 of a 3-row block: moves must honour the leading dimension.
-D2 line(unsigned n) {
+static D2 line(unsigned n) {
   D2 block(3, n, -1.0);
   for (unsigned i = 0; i < n; ++i) block(0, i) = i, block(1, i) = 10.0 * i;
   return block.sub_matrix(0, 0, 2, n);
 }
 
 // Row 0 of the coordinates; row 1 must have moved along.
-std::vector<double> xs(const D2& p) {
+static std::vector<double> xs(const D2& p) {
   std::vector<double> r;
   for (unsigned j = 0; j < p.cols; ++j) {
     r.push_back(p(0, j));
@@ -26,8 +22,6 @@ std::vector<double> xs(const D2& p) {
   }
   return r;
 }
-
-}  // namespace
 
 TEST(Simplify, SeveralConnectivitiesAndStatus) {
   // Nulls are kept; both connectivities are renumbered; one passed twice is renumbered once.

@@ -1,5 +1,3 @@
-// unique_indices and count_unique_indices: order of first occurrence, appending, exclusions,
-// strided views, ranges, aliasing, and agreement with a hash-set computation.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -9,10 +7,8 @@
 
 using namespace edit_test;
 
-namespace {
-
-// Reference: entries in order, first occurrences only, nulls and excluded values skipped.
-vu reference(const vu& entries, const vu& excluded) {
+// Entries in order, first occurrences only, nulls and excluded values skipped.
+static vu reference(const vu& entries, const vu& excluded) {
   std::unordered_set<unsigned> seen(excluded.begin(), excluded.end());
   seen.insert(N);
   vu r;
@@ -21,17 +17,11 @@ vu reference(const vu& entries, const vu& excluded) {
   return r;
 }
 
-}  // namespace
-
 TEST(UniqueIndices, AppendingExclusionViewsRangesAndAliasing) {
   U1 out = ids({1});
-  ASSERT_EQ(0, unique_indices(out, ids({3, 1, 3, N, 2}), ids({2})));
-  ASSERT_EQ(0, unique_indices(out, ids({3, 1, 3, N, 2}), ids({2})));
-  // Appended twice; the entry already in out is not taken into the set.
-  EXPECT_EQ((vu{1, 3, 1, 3, 1}), values(out));
+  for (int twice = 0; twice < 2; ++twice) ASSERT_EQ(0, unique_indices(out, ids({3, 1, 3, N, 2}), ids({2})));
+  EXPECT_EQ((vu{1, 3, 1, 3, 1}), values(out));  // the entries already in out are not in the set
   U1 none;
-  EXPECT_EQ(0, unique_indices(none, ids({4, N, 4}), ids({4})));
-  EXPECT_EQ(0u, none.size);
 
   // Rows 1..2 of a 4 x 3 matrix: the rows outside the view are never visited.
   const U2 big = con(4, {100, 1, 2, 101, 102, 2, 3, 103, 104, 4, 1, 105});
@@ -48,9 +38,7 @@ TEST(UniqueIndices, AppendingExclusionViewsRangesAndAliasing) {
   EXPECT_EQ(0, unique_indices(out, c + 1, c + 1, U1()));
   EXPECT_EQ(-3, unique_indices(out, c + 2, c, U1()));
   EXPECT_EQ(5u, out.size);
-  EXPECT_EQ(0, count_unique_indices(c, c));
   EXPECT_EQ(-2, count_unique_indices(c + 1, c));
-  EXPECT_EQ(0, count_unique_indices(U2(0, 5)));
   EXPECT_EQ(0, count_unique_indices(U2(2, 1, N)));
 
   // out is the list itself, or a view on the front of the block whose tail is scanned.

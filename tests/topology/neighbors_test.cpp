@@ -1,4 +1,3 @@
-// Element neighbours across faces, checked against the brute-force matcher.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -8,25 +7,17 @@
 
 using namespace topo_test;
 
-namespace {
 const gk::element_type all_types[] = {gk::ET_EDGE2,    gk::ET_TRIA3,  gk::ET_QUAD4, gk::ET_FACE_MIXED, gk::ET_TETRA4,
                                       gk::ET_PYRAMID5, gk::ET_WEDGE6, gk::ET_HEXA8, gk::ET_SOLID_MIXED};
 
-vu neighbors(const U2& c, gk::element_type t, bool keep) {
+static vu neighbors(const U2& c, gk::element_type t, bool keep) {
   U2 nb(1, 1, 5u);
   EXPECT_EQ(gk::get_neighbors(c, t, keep, nb), 0);
   return entries(nb);
 }
-}  // namespace
 
-TEST(Neighbors, SharedAndNonManifoldEdges) {
-  const U2 two = cols(3, {{0, 1, 2}, {2, 1, 3}});
-  EXPECT_EQ(neighbors(two, gk::ET_TRIA3, false), (vu{1, N_, N_, N_, N_, 0}));
-  EXPECT_EQ(neighbors(two, gk::ET_FACE_MIXED, false), neighbors(two, gk::ET_TRIA3, false));
-  // Edge (0,1) is face 2 of elements 0 and 1 and face 0 of element 2.
-  const U2 three = cols(3, {{0, 1, 2}, {1, 0, 3}, {4, 0, 1}});
-  EXPECT_EQ(neighbors(three, gk::ET_TRIA3, false), vu(9, N_));
-  EXPECT_EQ(neighbors(three, gk::ET_TRIA3, true), (vu{N_, N_, 2, N_, N_, 0, 0, N_, N_}));
+TEST(Neighbors, ThreeRowMixedFacesAreTriangles) {
+  EXPECT_EQ(neighbors(cols(3, {{0, 1, 2}, {2, 1, 3}}), gk::ET_FACE_MIXED, false), (vu{1, N_, N_, N_, N_, 0}));
 }
 
 TEST(Neighbors, RandomMeshesOfEveryTypeAgainstBruteForce) {
@@ -42,15 +33,6 @@ TEST(Neighbors, RandomMeshesOfEveryTypeAgainstBruteForce) {
       for (bool keep : {false, true}) EXPECT_EQ(neighbors(c, t, keep), ref_neighbors(c, t, keep)) << t;
       EXPECT_EQ(neighbors(strided(c), t, true), ref_neighbors(c, t, true));
     }
-  // Long runs of faces around one node: a fan of triangles plus rotated or flipped copies.
-  for (unsigned fan : {12u, 80u}) {
-    U2 c(3, 2 * fan);
-    for (unsigned i = 0; i < 2 * fan; ++i) {
-      const unsigned k = i < fan ? i : rng() % fan, v[3] = {0, 1 + k, 1 + (k + 1) % fan}, r = rng() % 3;
-      for (unsigned j = 0; j < 3; ++j) c(j, i) = v[i >= fan && rng() % 2 ? (r + 3 - j) % 3 : (r + j) % 3];
-    }
-    for (bool keep : {false, true}) EXPECT_EQ(neighbors(c, gk::ET_TRIA3, keep), ref_neighbors(c, gk::ET_TRIA3, keep));
-  }
 }
 
 TEST(Neighbors, KeyCollisionsAreCheckedNodeByNode) {
@@ -68,29 +50,6 @@ TEST(Neighbors, KeyCollisionsAreCheckedNodeByNode) {
   EXPECT_EQ(column(nb, e), (vu{e + 2, N_, N_, N_}));
   EXPECT_EQ(column(nb, e + 1), vu(4, N_));
   EXPECT_EQ(column(nb, e + 2), (vu{e, N_, N_, N_}));
-}
-
-TEST(Neighbors, NodeRenamingKeepsTheNeighbours) {
-  // Sparse names keep one bucket per node but spread faces out; huge names hash the buckets.
-  kvo::dense2D<double> pos;
-  U2 tets, hexes, tris;
-  meshgen::tet_cube(15, pos, tets);
-  meshgen::hex_cube(12, pos, hexes);
-  meshgen::torus(60, 40, pos, tris);
-  std::mt19937 rng(8);
-  for (auto [c, t] : {std::pair{&tets, gk::ET_TETRA4}, {&hexes, gk::ET_HEXA8}, {&tris, gk::ET_TRIA3}}) {
-    const vu want = neighbors(*c, t, false);
-    EXPECT_EQ(std::count(want.begin(), want.end(), N_), t == gk::ET_TRIA3 ? 0 : t == gk::ET_HEXA8 ? 6 * 144 : 12 * 225);
-    for (unsigned first : {0u, 0xF0000000u}) {
-      vu names(want.size() / 2);
-      for (unsigned k = 0; k < names.size(); ++k) names[k] = first + k;
-      std::shuffle(names.begin(), names.end(), rng);
-      U2 renamed;
-      renamed.copy(*c);
-      for (unsigned& v : renamed) v = names[v];
-      EXPECT_EQ(neighbors(renamed, t, false), want) << t;
-    }
-  }
 }
 
 TEST(Neighbors, StatusCodesClearTheOutput) {

@@ -1,4 +1,3 @@
-// Ancestors, node-to-element lists and node graphs.
 #include <gtest/gtest.h>
 
 #include <random>

@@ -1,4 +1,3 @@
-// Grouping of mixed connectivities by node count.
 #include <gtest/gtest.h>
 
 #include <random>
