@@ -35,31 +35,21 @@ static dense2D<double> field(unsigned rows, std::initializer_list<std::initializ
 }
 
 TEST(MetricFields, FirstInvalid) {
-  EXPECT_EQ(first_invalid_metric(vec({1, 2, 0, 3})), 2u);
-  EXPECT_EQ(first_invalid_metric(vec({1, NaN})), 1u);
-  EXPECT_EQ(first_invalid_metric(vec({1, inf})), 1u);
-  EXPECT_EQ(first_invalid_metric(D1()), 0u);
-  EXPECT_TRUE(are_valid_metrics(vec({1, 2})));
-  EXPECT_EQ(first_invalid_metric(ids({1, 0, 4, 2}), vec({1, 2, -1})), 2u);  // 4 is beyond the sizes
-  EXPECT_TRUE(are_valid_metrics(ids({1, 0, 1}), vec({1, 2, -1})));
+  EXPECT_EQ((std::vector<unsigned>{first_invalid_metric(vec({1, 2, 0, 3})), first_invalid_metric(vec({1, NaN})), first_invalid_metric(vec({1, inf})),
+                                    first_invalid_metric(D1()), first_invalid_metric(ids({1, 0, 4, 2}), vec({1, 2, -1}))}),  // 4 is beyond the sizes
+            (std::vector<unsigned>{2, 1, 1, 0, 2}));
+  EXPECT_TRUE(are_valid_metrics(vec({1, 2})) && are_valid_metrics(ids({1, 0, 1}), vec({1, 2, -1})));
 
   const auto m2 = field(3, {{1, 0, 1}, {2, 0, 3}, {1, 2, 1}, {NaN, 0, 1}});
-  EXPECT_EQ(first_invalid_metric(m2), 2u);
-  EXPECT_EQ(first_invalid_metric(ids({0, 1, 3}), m2), 2u);
-  EXPECT_EQ(first_invalid_metric(ids({0, 4}), m2), 1u);
-  EXPECT_TRUE(are_valid_metrics(ids({1, 0}), m2));
-  EXPECT_FALSE(are_valid_metrics(m2));
   const auto m3 = field(6, {{1, 0, 1, 0, 0, 1}, {1, 0, 1, 0, 0, 0}});
-  EXPECT_EQ(first_invalid_metric(m3), 1u);
-  // a view of rows 1..3 of a 4-row block: only the view's rows are read
+  // a view of rows 1..3 of a 4-row block reads only the view's rows; a 4-row field gives 0
   const auto wide = field(4, {{-5, 1, 0, 1}, {-5, 1, 0, -1}});
-  EXPECT_EQ(first_invalid_metric(wide.sub_matrix(1, 0, 3, 2)), 1u);
-  // not a metric field: 0, valid only when there is nothing to test
-  EXPECT_EQ(first_invalid_metric(wide), 0u);
-  EXPECT_EQ(first_invalid_metric(ids({0}), wide), 0u);
-  EXPECT_FALSE(are_valid_metrics(wide));
-  EXPECT_TRUE(are_valid_metrics(dense2D<double>(4, 0)));
-  EXPECT_TRUE(are_valid_metrics(U1(), wide));
+  EXPECT_EQ((std::vector<unsigned>{first_invalid_metric(m2), first_invalid_metric(ids({0, 1, 3}), m2), first_invalid_metric(ids({0, 4}), m2),
+                                    first_invalid_metric(m3), first_invalid_metric(wide.sub_matrix(1, 0, 3, 2)), first_invalid_metric(wide),
+                                    first_invalid_metric(ids({0}), wide)}),
+            (std::vector<unsigned>{2, 2, 1, 1, 1, 0, 0}));
+  EXPECT_TRUE(are_valid_metrics(ids({1, 0}), m2) && !are_valid_metrics(m2) && !are_valid_metrics(wide));
+  EXPECT_TRUE(are_valid_metrics(dense2D<double>(4, 0)) && are_valid_metrics(U1(), wide));  // nothing to test
 }
 
 TEST(MetricFields, ValidListAppends) {
@@ -67,8 +57,7 @@ TEST(MetricFields, ValidListAppends) {
   EXPECT_EQ(valid_metrics(field(3, {{1, 0, 1}, {0, 0, 0}, {2, 1, 2}}), list), 2);
   EXPECT_EQ(all(list), (std::vector<unsigned>{7, 0, 2}));
   EXPECT_EQ(valid_metrics(field(4, {{1, 0, 1, 1}}), list), -1);
-  EXPECT_EQ(valid_metrics(dense2D<double>(4, 0), list), 0);
-  EXPECT_EQ(list.size, 3u);
+  EXPECT_TRUE(valid_metrics(dense2D<double>(4, 0), list) == 0 && list.size == 3);
 }
 
 TEST(MetricFields, BoundSizes) {
@@ -82,8 +71,7 @@ TEST(MetricFields, BoundSizes) {
   EXPECT_EQ(all(h), (std::vector<double>{0, 1}));
   h = vec({-3, NaN});
   EXPECT_EQ(bound_metrics(h, -1, DBL_MAX, list), 0);
-  EXPECT_EQ(list.size, 0u);
-  EXPECT_EQ(h[0], -3);
+  EXPECT_TRUE(list.size == 0 && h[0] == -3);
   EXPECT_EQ(bound_metrics(h, NaN, inf), -2);
   EXPECT_EQ(bound_metrics(h, 1, inf), -3);
   EXPECT_EQ(h[0], -3);
@@ -105,12 +93,10 @@ TEST(MetricFields, BoundTensors) {
   EXPECT_DOUBLE_EQ(m3(0, 2), 4.0); EXPECT_DOUBLE_EQ(m3(5, 2), 0.25); EXPECT_DOUBLE_EQ(m3(2, 2), 1.0);
   // checks in order: empty, no bound, row count, bounds
   auto bad = field(4, {{1, 0, 1, 0}});
-  EXPECT_EQ(bound_metrics(bad, 0, DBL_MAX), 0);
-  EXPECT_EQ(bound_metrics(bad, NaN, 1), -1);
-  EXPECT_EQ(bound_metrics(m3, NaN, 1), -2);
-  EXPECT_EQ(bound_metrics(m3, 1, NaN), -3);
   dense2D<double> empty(4, 0);
-  EXPECT_EQ(bound_metrics(empty, NaN, 1), 0);
+  EXPECT_EQ((std::vector<int>{bound_metrics(bad, 0, DBL_MAX), bound_metrics(bad, NaN, 1), bound_metrics(m3, NaN, 1), bound_metrics(m3, 1, NaN),
+                              bound_metrics(empty, NaN, 1)}),
+            (std::vector<int>{0, -1, -2, -3, 0}));
 }
 
 TEST(MetricFields, Overwrite) {
@@ -150,10 +136,9 @@ TEST(MetricFields, Conversions) {
   EXPECT_EQ(m, field(3, {{0.25, 0, 0.25}, {0, 0, 0}, {7, 7, 7}}));
 
   const auto a = field(6, {{1, 2, 3, 4, 5, 6}, {2, 0, 3, 0, 0, 4}});
-  EXPECT_EQ(metrics_aniso3d_to_aniso2d(few, bases, m), -1);
-  EXPECT_EQ(metrics_aniso3d_to_aniso2d(a, a.sub_matrix(0, 0, 6, 1), m), -2);
-  EXPECT_EQ(metrics_aniso3d_to_aniso2d(a, bases, few), -3);
-  EXPECT_EQ(metrics_aniso3d_to_aniso2d(a, bases, m), 0);
+  EXPECT_EQ((std::vector<int>{metrics_aniso3d_to_aniso2d(few, bases, m), metrics_aniso3d_to_aniso2d(a, a.sub_matrix(0, 0, 6, 1), m),
+                              metrics_aniso3d_to_aniso2d(a, bases, few), metrics_aniso3d_to_aniso2d(a, bases, m)}),
+            (std::vector<int>{-1, -2, -3, 0}));
   // tangents x and y give the upper-left block; 2z and x give (4 * 4, 2 * m13, m11)
   EXPECT_EQ(m, field(3, {{1, 2, 3}, {16, 0, 2}, {7, 7, 7}}));
 }
@@ -172,18 +157,14 @@ TEST(MetricFields, BoundingRepairsAnything) {
     EXPECT_LE(changed, int(m.cols));
     ASSERT_TRUE(are_valid_metrics(m));
     for (unsigned j = 0; j < m.cols; ++j) {
-      double lmin, lmax;
-      if (rows == 3) {
-        vector_fixed<double, 2> w;
-        matrix_fixed<double, 2, 2> v;
-        ASSERT_TRUE(eigen_pairs(symmetric_fixed<double, 2>{{m(0, j), m(1, j), m(2, j)}}, w, v));
-        lmin = w[0], lmax = w[1];
+      vector_fixed<double, 3> w;
+      matrix_fixed<double, 3, 3> v;
+      if (rows == 3) {  // the 2x2 tensor completed by a unit eigenvalue within the limits
+        ASSERT_TRUE(eigen_pairs(symmetric_fixed<double, 3>{{m(0, j), m(1, j), m(2, j), 0, 0, 1}}, w, v));
       } else {
-        vector_fixed<double, 3> w;
-        matrix_fixed<double, 3, 3> v;
         ASSERT_TRUE(eigen_pairs(symmetric_fixed<double, 3>{{m(0, j), m(1, j), m(2, j), m(3, j), m(4, j), m(5, j)}}, w, v));
-        lmin = w[0], lmax = w[2];
       }
+      const double lmin = w[0], lmax = w[2];
       EXPECT_GE(lmin, 1e-4 - 1e-10) << j;  // rebuilding costs rounding of the order of 1e-16 * lmax
       EXPECT_LE(lmax, 1e4 * (1 + 1e-12)) << j;
     }
