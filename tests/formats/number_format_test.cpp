@@ -35,7 +35,7 @@ void expect_all_match(double v) {
 
 }  // namespace
 
-TEST(NumberFormat, SpecialValuesRoundingEdgesAndPowers) {
+TEST(NumberFormat, SpecialRoundingEdgePowerAndRandomValuesMatchPrintf) {
   const double inf = std::numeric_limits<double>::infinity(), nan = std::numeric_limits<double>::quiet_NaN();
   for (double v : {0.0, -0.0, inf, -inf, nan, -nan}) expect_all_match(v);
   // Carries into a new leading digit, decimal ties, range ends, subnormals.
@@ -50,9 +50,6 @@ TEST(NumberFormat, SpecialValuesRoundingEdgesAndPowers) {
     for (double w : {v, std::nextafter(v, 0.0), std::nextafter(v, 1e308)}) expect_all_match(w);
   }
   for (int b = -1074; b <= 1023; ++b) expect_all_match(std::ldexp(1.0, b));
-}
-
-TEST(NumberFormat, RandomValuesMatchPrintf) {
   std::mt19937_64 rng(20240611);
   for (int i = 0; i < 20000; ++i) expect_all_match(std::bit_cast<double>(rng()));  // every exponent, NaN payloads
   std::uniform_real_distribution<double> u(-1.0, 1.0);
@@ -63,15 +60,10 @@ TEST(NumberFormat, RandomValuesMatchPrintf) {
 
 TEST(NumberFormat, IntegersAndFieldWidths) {
   char buf[64];
-  for (std::int32_t v : {0, 1, -1, 9, 10, 99, 100, 12345678, 123456789, -12345678, 2147483647, -2147483647 - 1}) {
-    EXPECT_EQ(std::string(buf, tio::put_int(buf, v)), fmt("%d", v));
+  for (std::int32_t v : {0, 9, 10, -12345678, 123456789, 2147483647, -2147483647 - 1}) {
     EXPECT_EQ(std::string(buf, tio::pad_left(buf, tio::put_int(buf, v), 8)), fmt("%8d", v));
+    EXPECT_EQ(std::string(buf, tio::put_uint(buf, std::uint32_t(v))), fmt("%u", std::uint32_t(v)));
   }
-  for (std::uint32_t v : {0u, 7u, 4294967295u, 1000000000u}) EXPECT_EQ(std::string(buf, tio::put_uint(buf, v)), fmt("%u", v));
-  for (unsigned long long v : {0ull, 18446744073709551615ull, 10000000000000000000ull})
-    EXPECT_EQ(std::string(buf, tio::put_u64(buf, v)), fmt("%llu", v));
-  for (double v : {1.5, -1.5, 0.0, -1e-300, 1e300})
-    EXPECT_EQ(std::string(buf, tio::pad_left(buf, tio::put_e(buf, v, 5, false), 12)), fmt("%12.5e", v));
 }
 
 TEST(TextWriter, BuffersAcrossRefillsAndReportsFailedWrites) {
@@ -100,18 +92,15 @@ TEST(TextWriter, BuffersAcrossRefillsAndReportsFailedWrites) {
   EXPECT_TRUE(got == expected);
 
   const std::string p = testfiles::path("readonly.txt");
-  std::fclose(std::fopen(p.c_str(), "w"));
-  f = std::fopen(p.c_str(), "r");  // writes to a read-only stream fail
+  testfiles::write(p, "");
+  f = std::fopen(p.c_str(), "r");  // writes to a read-only stream fail, and keep failing
   {
-    tio::text_writer w(f);
+    tio::text_writer w(f), none(nullptr);
     w.write("abc");
     EXPECT_FALSE(w.flush());
     w.write("more");
-    EXPECT_FALSE(w.flush());
-    EXPECT_FALSE(w.ok());
+    none.write("x");
+    EXPECT_FALSE(w.flush() || w.ok() || none.flush());
   }
   std::fclose(f);
-  tio::text_writer none(nullptr);
-  none.write("x");
-  EXPECT_FALSE(none.flush());
 }
