@@ -47,8 +47,7 @@ TEST(Dense1D, ResizeKeepsEntriesAndFillsOnlyTheNewOnes) {
   ASSERT_TRUE(v.resize(6, 4));
   const int want[] = {1, 1, 1, 4, 4, 4};
   for (unsigned i = 0; i < 6; ++i) EXPECT_EQ(v[i], want[i]);
-  ASSERT_TRUE(v.resize(2));
-  EXPECT_EQ(v.size, 2u);
+  ASSERT_TRUE(v.resize(2) && v.size == 2);
   v.size = 0;
   ASSERT_TRUE(v.resize(3, 8));  // the library's idiom to fill a whole vector
   EXPECT_EQ(v, (dense1D<int>(3, 8)));
@@ -130,15 +129,12 @@ TEST(Histogram, BinsOutliersAndSummaries) {
   EXPECT_TRUE(h.count() == 0 && std::isnan(h.mean()));
   dense1D<double> v(6);
   std::copy_n(std::initializer_list<double>{0.0, 0.05, 0.999, 1.0, -0.5, std::nan("")}.begin(), 6, v.begin());
-  h.process(v);
-  h.process(0.55);
+  h.process(v), h.process(0.55);
   EXPECT_TRUE(h.count() == 7 && h.bin(0) == 2 && h.bin(5) == 1 && h.bin(9) == 1);
-  EXPECT_EQ(h.below(), 1u);
-  EXPECT_EQ(h.above(), 2u);  // 1.0 is outside [0, 1); NaN counts above
+  EXPECT_TRUE(h.below() == 1 && h.above() == 2);  // 1.0 is outside [0, 1); NaN counts above
   EXPECT_TRUE(h.minimum() == -0.5 && h.maximum() == 1.0);
   EXPECT_NEAR(h.mean(), (0.0 + 0.05 + 0.999 + 1.0 - 0.5 + 0.55) / 6, 1e-15);
   kvo::misc::histogram g(-1.0, 1.0, 4);
-  g.process(-0.75);
-  g.process(0.25);
+  g.process(-0.75), g.process(0.25);
   EXPECT_TRUE(g.bin(0) == 1 && g.bin(2) == 1);
 }
