@@ -189,6 +189,54 @@ TEST(ShapeQualities, HexahedraAndWedgesAreRecheckedFromTheirCentroid) {
     ASSERT_TRUE(m >= 1e-13 && m <= 5e-13) << k.type;
     EXPECT_EQ(q1(blend(t), k.type), m) << k.type;
   }
+  // Many hexahedra in one call (measured two at a time) give the bits of each alone; whenever
+  // a centroid pyramid is degenerate, the hexahedron is too.
+  std::mt19937 rng(5);
+  const unsigned n = 2001;
+  std::vector<P3> all;
+  for (unsigned it = 0; it < n; ++it) {
+    const auto p = jitter(kHex, rng, 0.4);
+    all.insert(all.end(), p.begin(), p.end());
+  }
+  dense1D<double, 16> q;
+  ASSERT_EQ(shape_qualities(coords(all), conn(8, {}, n), ET_HEXA8, q), 0);
+  for (unsigned it = 0; it < n; ++it) {
+    const std::vector<P3> p(all.begin() + 8 * it, all.begin() + 8 * it + 8);
+    EXPECT_EQ(q[it], q1(p, ET_HEXA8)) << it;
+    if (worst_from_centroid(p, hex_faces) < 1e-12) {
+      EXPECT_LE(q[it], 1e-12) << it;
+    }
+  }
+}
+
+// The only random check of the quadrangle, pyramid, wedge and hexahedron formulas.
+TEST(ShapeQualities, InvariantUnderRotationTranslationAndScaling) {
+  std::mt19937 rng(11);
+  std::normal_distribution<double> g;
+  std::uniform_real_distribution<double> u(-3, 3);
+  struct Case { const std::vector<P3>* pts; element_type type; };
+  const Case cases[] = {{&kTri, ET_TRIA3}, {&kQuad, ET_QUAD4}, {&kTet, ET_TETRA4}, {&kPyr, ET_PYRAMID5}, {&kWedge, ET_WEDGE6}, {&kHex, ET_HEXA8}};
+  for (int it = 0; it < 40; ++it) {
+    double a = g(rng), b = g(rng), c = g(rng), d = g(rng);
+    const double n = std::sqrt(a * a + b * b + c * c + d * d);
+    a /= n, b /= n, c /= n, d /= n;
+    const double R[3][3] = {{a * a + b * b - c * c - d * d, 2 * (b * c - a * d), 2 * (b * d + a * c)},
+                            {2 * (b * c + a * d), a * a - b * b + c * c - d * d, 2 * (c * d - a * b)},
+                            {2 * (b * d - a * c), 2 * (c * d + a * b), a * a - b * b - c * c + d * d}};
+    const double scale = std::pow(10.0, u(rng));
+    const P3 shift = {scale * u(rng), scale * u(rng), scale * u(rng)};
+    for (const Case& k : cases) {
+      const auto pts = jitter(*k.pts, rng, 0.25);
+      std::vector<P3> moved;
+      for (const P3& p : pts) {
+        P3 m;
+        for (int i = 0; i < 3; ++i) m[i] = scale * (R[i][0] * p[0] + R[i][1] * p[1] + R[i][2] * p[2]) + shift[i];
+        moved.push_back(m);
+      }
+      const double q = q1(pts, k.type);
+      EXPECT_NEAR(q1(moved, k.type), q, 1e-12 * std::max(std::abs(q), 1e-3)) << k.type;
+    }
+  }
 }
 
 TEST(ShapeQualities, StatusCodesAndResults) {
