@@ -7,6 +7,32 @@
 
 using namespace edit_test;
 
+namespace {
+
+// Rotation of p about c by the vector v, written out independently in the documented order.
+void rotate_ref(const double v[3], const double c[3], double p[3]) {
+  const double s = v[0] * v[0] + v[1] * v[1] + v[2] * v[2], t = std::sqrt(s);
+  double a = std::sin(t) / t, b = (1.0 - std::cos(t)) / s;
+  if (!(t > 0.1)) {
+    a = ((((2.7557319223985893e-6 - 2.505210838544172e-8 * s) * s - 0.0001984126984126984) * s +
+          0.008333333333333333) * s - 0.16666666666666666) * s + 1.0;
+    b = (((2.755731922398589e-7 * s - 2.48015873015873e-5) * s + 0.001388888888888889) * s -
+         0.041666666666666664) * s + 0.5;
+  }
+  const double K[3][3] = {{0.0, -v[2], v[1]}, {v[2], 0.0, -v[0]}, {-v[1], v[0], 0.0}};
+  const double x[3] = {p[0] - c[0], p[1] - c[1], p[2] - c[2]};
+  for (int i = 0; i < 3; ++i) {
+    double y = 0.0;
+    for (int j = 0; j < 3; ++j) {
+      const double k2 = ((0.0 + K[i][0] * K[0][j]) + K[i][1] * K[1][j]) + K[i][2] * K[2][j];
+      y = y + (((i == j) + a * K[i][j]) + b * k2) * x[j];
+    }
+    p[i] = c[i] + y;
+  }
+}
+
+}  // namespace
+
 TEST(Translate, IdentityNaNPromotionRowsListsAndConnectivities) {
   dense2D<double> p = pts(2, {1, 2, 3, 4});
   EXPECT_EQ(translate(p, V2{{0.0, -0.0}}), 0);
@@ -63,7 +89,7 @@ TEST(Rotate, TwoDimensional) {
   EXPECT_TRUE(std::isnan(p(0, 0)) && p(2, 0) == 7.0);
 }
 
-TEST(Rotate, ThreeDimensional) {
+TEST(Rotate, ThreeDimensionalMatchesFormulaBitForBit) {
   const double pi = std::acos(-1.0);
   dense2D<double> p = pts(2, {1, 0});
   EXPECT_EQ(rotate(p, V3{{0, 0, 0}}, V3{{0.0, 0.0, pi / 2}}), 1);
@@ -71,18 +97,20 @@ TEST(Rotate, ThreeDimensional) {
   EXPECT_NEAR(p(0, 0), 0.0, 1e-15);
   EXPECT_NEAR(p(1, 0), 1.0, 1e-15);
   EXPECT_EQ(p(2, 0), 0.0);
-  // Long vectors use sin and cos, lengths up to 0.1 a series: both agree with Rodrigues' formula.
+  // Long vectors use sin and cos; lengths 0.05, exactly 0.1 and 1e-9 use the series.
   std::mt19937 rng(7);
   std::uniform_real_distribution<double> u(-1.0, 1.0);
-  for (double len : {1.3, 0.05, 0.1, 1e-9}) {
-    const double v[3] = {len * 0.6, len * -0.8, 0.0}, x[3] = {u(rng), u(rng), u(rng)};
-    dense2D<double> q = pts(3, {x[0], x[1], x[2]});
-    ASSERT_EQ(rotate(q, V3{{0, 0, 0}}, V3{{v[0], v[1], v[2]}}, con(1, {0})), 1);
-    const double k[3] = {0.6, -0.8, 0.0}, kx = k[0] * x[0] + k[1] * x[1] + k[2] * x[2];
-    const double cr[3] = {k[1] * x[2] - k[2] * x[1], k[2] * x[0] - k[0] * x[2], k[0] * x[1] - k[1] * x[0]};
-    for (unsigned i = 0; i < 3; ++i)
-      EXPECT_NEAR(q(i, 0), x[i] * std::cos(len) + cr[i] * std::sin(len) + k[i] * kx * (1 - std::cos(len)), 1e-15) << len;
-  }
+  for (double len : {1.3, 0.05, 0.1, 1e-9})
+    for (int trial = 0; trial < 20; ++trial) {
+      double v[3] = {u(rng), u(rng), u(rng)}, c[3] = {u(rng), u(rng), u(rng)}, x[3] = {u(rng), u(rng), u(rng)};
+      const double n = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+      for (double& w : v) w *= len / n;
+      if (len == 0.1) v[0] = 0.1, v[1] = v[2] = 0.0;
+      dense2D<double> q = pts(3, {x[0], x[1], x[2]});
+      ASSERT_EQ(rotate(q, V3{{c[0], c[1], c[2]}}, V3{{v[0], v[1], v[2]}}, con(1, {0})), 1);
+      rotate_ref(v, c, x);
+      for (unsigned k = 0; k < 3; ++k) EXPECT_TRUE(same_bits(q(k, 0), x[k])) << len << " " << k;
+    }
 }
 
 TEST(BoundingBox, ChecksAndWidening) {
