@@ -232,9 +232,24 @@ inline bool scaled_round(std::uint64_t f, int e, int s, std::uint64_t& q) noexce
 // floor(b * log10(2)) for |b| <= 1100 (checked by the tests over the whole range).
 inline int floor_log10_pow2(int b) noexcept { return (b * 78913) >> 18; }
 
-inline char* put_special(char* p, bool neg, bool nan, bool upper) noexcept {
-  if (neg) *p++ = '-';
-  const char* s = nan ? (upper ? "NAN" : "nan") : (upper ? "INF" : "inf");
+// The fields of a double: sign, biased exponent and mantissa.
+struct ieee_parts {
+  bool neg;
+  unsigned be;
+  std::uint64_t man;
+  explicit ieee_parts(double v) noexcept {
+    const std::uint64_t bits = std::bit_cast<std::uint64_t>(v);
+    neg = (bits >> 63) != 0;
+    be = static_cast<unsigned>(bits >> 52) & 0x7FF;
+    man = bits & ((1ull << 52) - 1);
+  }
+  bool special() const noexcept { return be == 0x7FF; }
+};
+
+// "inf" or "nan" with its sign, for a special() value.
+inline char* put_special(char* p, const ieee_parts& d, bool upper) noexcept {
+  if (d.neg) *p++ = '-';
+  const char* s = d.man != 0 ? (upper ? "NAN" : "nan") : (upper ? "INF" : "inf");
   std::memcpy(p, s, 3);
   return p + 3;
 }
@@ -266,15 +281,12 @@ inline char* put_u64(char* dst, std::uint64_t v) noexcept {
 
 inline char* put_e(char* dst, double v, int precision, bool upper) noexcept {
   const int prec = detail::clamp_precision(precision);
-  const std::uint64_t bits = std::bit_cast<std::uint64_t>(v);
-  const bool neg = (bits >> 63) != 0;
-  const unsigned be = static_cast<unsigned>(bits >> 52) & 0x7FF;
-  const std::uint64_t man = bits & ((1ull << 52) - 1);
-  if (be == 0x7FF) return detail::put_special(dst, neg, man != 0, upper);
+  const detail::ieee_parts d(v);
+  if (d.special()) return detail::put_special(dst, d, upper);
 
   char* p = dst;
-  if (be == 0 && man == 0) {
-    if (neg) *p++ = '-';
+  if (d.be == 0 && d.man == 0) {
+    if (d.neg) *p++ = '-';
     *p++ = '0';
     if (prec) {
       *p++ = '.';
@@ -288,12 +300,12 @@ inline char* put_e(char* dst, double v, int precision, bool upper) noexcept {
     return p;
   }
 
-  if (be != 0 && prec <= detail::fast_precision) {
-    const std::uint64_t f = man | (1ull << 52);
-    const int e = static_cast<int>(be) - 1075;
+  if (d.be != 0 && prec <= detail::fast_precision) {
+    const std::uint64_t f = d.man | (1ull << 52);
+    const int e = static_cast<int>(d.be) - 1075;
     // Start at or below the decimal exponent and step up until prec + 1 digits remain; a
     // rounding that carries into a new digit is caught by the same test.
-    int k = detail::floor_log10_pow2(static_cast<int>(be) - 1023);
+    int k = detail::floor_log10_pow2(static_cast<int>(d.be) - 1023);
     const std::uint64_t lim = detail::pow10_u64[prec + 1];
     std::uint64_t q = 0;
     bool found = false;
@@ -306,7 +318,7 @@ inline char* put_e(char* dst, double v, int precision, bool upper) noexcept {
       ++k;
     }
     if (found) {
-      if (neg) *p++ = '-';
+      if (d.neg) *p++ = '-';
       char digits[20];
       detail::write_digits(digits, q, prec + 1);
       *p++ = digits[0];
@@ -339,19 +351,16 @@ inline char* put_e(char* dst, double v, int precision, bool upper) noexcept {
 
 inline char* put_f(char* dst, double v, int precision) noexcept {
   const int prec = detail::clamp_precision(precision);
-  const std::uint64_t bits = std::bit_cast<std::uint64_t>(v);
-  const bool neg = (bits >> 63) != 0;
-  const unsigned be = static_cast<unsigned>(bits >> 52) & 0x7FF;
-  const std::uint64_t man = bits & ((1ull << 52) - 1);
-  if (be == 0x7FF) return detail::put_special(dst, neg, man != 0, false);
+  const detail::ieee_parts d(v);
+  if (d.special()) return detail::put_special(dst, d, false);
 
   if (prec <= detail::fast_precision) {
-    const std::uint64_t f = be ? (man | (1ull << 52)) : man;
-    const int e = be ? static_cast<int>(be) - 1075 : -1074;
+    const std::uint64_t f = d.be ? (d.man | (1ull << 52)) : d.man;
+    const int e = d.be ? static_cast<int>(d.be) - 1075 : -1074;
     std::uint64_t q;
     if (detail::scaled_round(f, e, prec, q)) {
       char* p = dst;
-      if (neg) *p++ = '-';
+      if (d.neg) *p++ = '-';
       p = put_u64(p, q / detail::pow10_u64[prec]);
       if (prec) {
         *p++ = '.';
@@ -366,11 +375,8 @@ inline char* put_f(char* dst, double v, int precision) noexcept {
 
 inline char* put_g(char* dst, double v, int precision, bool upper) noexcept {
   const int prec = detail::clamp_precision(precision);
-  const std::uint64_t bits = std::bit_cast<std::uint64_t>(v);
-  const bool neg = (bits >> 63) != 0;
-  const unsigned be = static_cast<unsigned>(bits >> 52) & 0x7FF;
-  const std::uint64_t man = bits & ((1ull << 52) - 1);
-  if (be == 0x7FF) return detail::put_special(dst, neg, man != 0, upper);
+  const detail::ieee_parts d(v);
+  if (d.special()) return detail::put_special(dst, d, upper);
   const auto r = std::to_chars(dst, dst + number_room, v, std::chars_format::general, prec);
   return upper ? detail::upper_exponent(dst, r.ptr) : r.ptr;
 }
