@@ -213,11 +213,12 @@ BENCHMARK(BM_STL_input_peak_memory)->Arg(1000)->Arg(2000)->Iterations(1)->Unit(b
 
 #ifdef GRIDKIT_HAVE_VTK
 // VTK's reader, which welds coincident points while reading.
-void BM_STL_input_vtk(benchmark::State& state) {
-  const std::string& f = stl_file(unsigned(state.range(0)), state.range(1) != 0);
+// Reads file f with a VTK reader once per iteration, counting bytes, nodes and cells.
+template <class Reader>
+void read_with_vtk(benchmark::State& state, const std::string& f, const char* cells_name) {
   long long points = 0, cells = 0;
   for (auto _ : state) {
-    vtkNew<vtkSTLReader> reader;
+    vtkNew<Reader> reader;
     reader->SetFileName(f.c_str());
     reader->Update();
     points = reader->GetOutput()->GetNumberOfPoints();
@@ -225,7 +226,11 @@ void BM_STL_input_vtk(benchmark::State& state) {
   }
   state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(file_size(f)));
   state.counters["nodes"] = double(points);
-  state.counters["facets"] = double(cells);
+  state.counters[cells_name] = double(cells);
+}
+
+void BM_STL_input_vtk(benchmark::State& state) {
+  read_with_vtk<vtkSTLReader>(state, stl_file(unsigned(state.range(0)), state.range(1) != 0), "facets");
 }
 BENCHMARK(BM_STL_input_vtk)->ArgsProduct({{1000, 2000}, {0, 1}})->ArgNames({"nu", "ascii"})
     ->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -271,20 +276,7 @@ void BM_OBJ_input(benchmark::State& state) {
 BENCHMARK(BM_OBJ_input)->ArgName("plain")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 #ifdef GRIDKIT_HAVE_VTK
-void BM_OBJ_input_vtk(benchmark::State& state) {
-  const std::string& f = obj_file(true);
-  long long points = 0, cells = 0;
-  for (auto _ : state) {
-    vtkNew<vtkOBJReader> reader;
-    reader->SetFileName(f.c_str());
-    reader->Update();
-    points = reader->GetOutput()->GetNumberOfPoints();
-    cells = reader->GetOutput()->GetNumberOfCells();
-  }
-  state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(file_size(f)));
-  state.counters["nodes"] = double(points);
-  state.counters["faces"] = double(cells);
-}
+void BM_OBJ_input_vtk(benchmark::State& state) { read_with_vtk<vtkOBJReader>(state, obj_file(true), "faces"); }
 BENCHMARK(BM_OBJ_input_vtk)->ArgName("plain")->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 #endif
 
